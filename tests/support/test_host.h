@@ -1,0 +1,89 @@
+// An in-process host context for unit tests of effects: the seam between an
+// effect and its host, with everything the effect tells the host recorded.
+// Its configuration store is the host's real SettingsDocument.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "orrery/effect.h"
+#include "orrery/services.h"
+#include "package/settings_document.h"
+
+namespace nimbo::testing {
+
+class TestHost final : public orrery::HostContext {
+ public:
+  TestHost(int32_t width = 64, int32_t height = 48) : width_(width), height_(height) {}
+
+  void* GetMainWindow() override { return nullptr; }
+  orrery::ConfigStore* GetConfigStore() override { return &store; }
+  void GetOutputSize(orrery::OutputDesc* out) override { *out = {width_, height_, 25.0f}; }
+  void Notify(int32_t code, int32_t value) override { notifications.push_back({code, value}); }
+  void DeclareSlider(const orrery::SliderDesc& slider) override { sliders.push_back(slider); }
+  void PublishDynVars(orrery::DynVar* head) override { dynvars = head; }
+  void* GetMemory(int32_t slot, size_t bytes) override;
+  void FreeMemory(int32_t slot) override { memory.erase(slot); }
+  int64_t GetTimeMs() override { return time_ms; }
+  void DescribeSetting(const orrery::SettingInfo& info) override { described.push_back(info); }
+
+  void SetOutputSize(int32_t width, int32_t height) {
+    width_ = width;
+    height_ = height;
+  }
+  // The declared dynamic variable `name`, or null.
+  orrery::DynVar* FindDynVar(const char* name) const;
+  const orrery::SliderDesc* FindSlider(const char* name) const;
+
+  SettingsDocument store;
+  std::vector<std::pair<int32_t, int32_t>> notifications;
+  std::vector<orrery::SliderDesc> sliders;
+  std::vector<orrery::SettingInfo> described;
+  orrery::DynVar* dynvars = nullptr;
+  std::map<int32_t, std::vector<uint8_t>> memory;
+  int64_t time_ms = 0;
+
+ private:
+  int32_t width_;
+  int32_t height_;
+};
+
+// Records every message box instead of showing it; installs itself for its
+// lifetime.
+class MessageCapture final : public orrery::MessageService {
+ public:
+  MessageCapture() { orrery::SetMessageService(this); }
+  ~MessageCapture() { orrery::SetMessageService(nullptr); }
+  void ShowMessage(void* owner, const char* caption, const char* text, orrery::MessageIcon icon) override {
+    messages.push_back({caption ? caption : "", text ? text : "", icon, owner});
+  }
+  struct Message {
+    std::string caption;
+    std::string text;
+    orrery::MessageIcon icon;
+    void* owner;
+  };
+  std::vector<Message> messages;
+};
+
+// A screen that owns its pixels.
+struct OwnedScreen {
+  OwnedScreen(int32_t width, int32_t height, uint32_t fill = 0);
+  orrery::Screen screen;
+  std::vector<uint32_t> pixels;
+  uint32_t& At(int32_t x, int32_t y) { return pixels[size_t(y) * screen.width + x]; }
+};
+
+// Pseudo-random pixels from a seed (all four bytes random).
+void FillRandom(OwnedScreen& s, uint32_t seed);
+
+// An effect of the package by its index, with `host` as its host context.
+std::unique_ptr<orrery::Effect> MakeEffect(int32_t index, TestHost* host);
+
+// Runs Render with `inputs` into `out` and returns its result.
+int32_t RenderOnce(orrery::Effect& effect, std::vector<const orrery::Screen*> inputs, orrery::Screen* out);
+
+}  // namespace nimbo::testing
