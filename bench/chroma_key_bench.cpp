@@ -1,0 +1,118 @@
+// Per-frame cost at 1920x1080 of the keying kernels (ChromaKeyPRO scalar,
+// SSE2, AVX2, the key table's build and apply; XtractAlpha; ColorTrafo), each
+// beside the cost of copying one frame on the same core in the same run.
+// Compare the ratios, not the absolute times: the machines are shared.
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <vector>
+
+#include "bench/chroma_key_footage.h"
+#include "filters/chroma_key_kernel.h"
+#include "package/cpu.h"
+
+namespace {
+
+using namespace nimbo;
+
+constexpr int32_t kW = 1920, kH = 1080;
+constexpr size_t kPixels = size_t(kW) * kH;
+
+const bench::Footage& Clip() {
+  static const bench::Footage footage = bench::MakeFootage(kW, kH, 0x1830D0, 1);
+  return footage;
+}
+
+const std::vector<uint32_t>& Background() {
+  static const std::vector<uint32_t> back = bench::MakeFootage(kW, kH, 0x808080, 2).frame;
+  return back;
+}
+
+ChromaKeyParams BenchParams() {
+  ChromaKeyInputs in;
+  in.key_rgb = 0x1830D0;
+  const std::vector<AlphaPoint> map = {{0.0f, 0.0f}, {0.3f, 1.0f}};
+  return MakeChromaKeyParams(in, BuildAlphaLut(map));
+}
+
+void BM_FrameCopy(benchmark::State& state) {
+  std::vector<uint32_t> out(kPixels);
+  for (auto _ : state) {
+    std::memcpy(out.data(), Clip().frame.data(), kPixels * 4);
+    benchmark::DoNotOptimize(out.data());
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(BM_FrameCopy)->Unit(benchmark::kMillisecond);
+
+// The input is restored outside the timed part: the kernel works in place.
+void RunKey(benchmark::State& state, ChromaKeyFn fn) {
+  const ChromaKeyParams params = BenchParams();
+  std::vector<uint32_t> out(kPixels);
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::memcpy(out.data(), Clip().frame.data(), kPixels * 4);
+    state.ResumeTiming();
+    fn(out.data(), Background().data(), kPixels, params);
+    benchmark::ClobberMemory();
+  }
+}
+void BM_KeyScalar(benchmark::State& state) { RunKey(state, ChromaKeyScalar); }
+void BM_KeySse2(benchmark::State& state) { RunKey(state, ChromaKeySse2); }
+void BM_KeyAvx2(benchmark::State& state) {
+  if (!CpuHasAvx2()) return state.SkipWithError("no AVX2");
+  RunKey(state, ChromaKeyAvx2);
+}
+BENCHMARK(BM_KeyScalar)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeySse2)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyAvx2)->Unit(benchmark::kMillisecond);
+
+void BM_KeyTableBuild(benchmark::State& state) {
+  std::vector<uint32_t> table(kKeyTableWords);
+  const ChromaKeyParams params = BenchParams();
+  for (auto _ : state) {
+    BuildKeyTable(table.data(), params, ChromaKeyKernel());
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(BM_KeyTableBuild)->Unit(benchmark::kMillisecond);
+
+void RunTable(benchmark::State& state, KeyTableApplyFn fn) {
+  std::vector<uint32_t> table(kKeyTableWords);
+  BuildKeyTable(table.data(), BenchParams(), ChromaKeyKernel());
+  std::vector<uint32_t> out(kPixels);
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::memcpy(out.data(), Clip().frame.data(), kPixels * 4);
+    state.ResumeTiming();
+    fn(out.data(), Background().data(), kPixels, table.data(), 0);
+    benchmark::ClobberMemory();
+  }
+}
+void BM_KeyTableApplyScalar(benchmark::State& state) { RunTable(state, ApplyKeyTableScalar); }
+void BM_KeyTableApplySimd(benchmark::State& state) { RunTable(state, ApplyKeyTableKernel()); }
+BENCHMARK(BM_KeyTableApplyScalar)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyTableApplySimd)->Unit(benchmark::kMillisecond);
+
+void BM_XtractAlpha(benchmark::State& state) {
+  std::vector<uint32_t> out(kPixels);
+  for (auto _ : state) {
+    XtractAlphaKernel()(Clip().frame.data(), out.data(), kPixels, false);
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(BM_XtractAlpha)->Unit(benchmark::kMillisecond);
+
+void BM_ColorTrafo(benchmark::State& state) {
+  const ColorMatrix m = ComputeColorMatrix({0.7f, 1.3f, 1.1f});
+  std::vector<uint32_t> out(kPixels);
+  for (auto _ : state) {
+    ColorMatrixKernel()(Clip().frame.data(), out.data(), kPixels, m);
+    benchmark::ClobberMemory();
+  }
+}
+BENCHMARK(BM_ColorTrafo)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
