@@ -1,0 +1,133 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+
+#include "filters/box_blur_kernel.h"
+#include "package/cpu.h"
+#include "support/test_host.h"
+
+namespace {
+
+using nimbo::testing::OwnedScreen;
+using nimbo::testing::TestHost;
+
+constexpr int32_t kFastHBlur = 3;
+
+std::unique_ptr<orrery::Effect> MakeBlur(TestHost& host, int32_t radius, int32_t passes) {
+  if (radius >= 0) {
+    const std::string doc = "<Settings><ConfigData><data name=\"radius\" type=\"int\">" + std::to_string(radius) +
+                            "</data><data name=\"passes\" type=\"int\">" + std::to_string(passes) +
+                            "</data></ConfigData></Settings>";
+    EXPECT_TRUE(host.store.Load(doc));
+  }
+  auto fx = nimbo::testing::MakeEffect(kFastHBlur, &host);
+  EXPECT_STREQ(fx->GetName(), "nimbo one\\Fast h-Blur");
+  fx->UpdateConfig();
+  fx->Initialize();
+  return fx;
+}
+
+// One pass, straight from the definition: the rounded mean over 2r + 1
+// pixels, positions outside the row taking the nearest edge pixel.
+std::vector<uint32_t> NaivePass(const std::vector<uint32_t>& px, int32_t w, int32_t h, int32_t r) {
+  std::vector<uint32_t> out(px.size());
+  const int32_t d = 2 * r + 1;
+  for (int32_t y = 0; y < h; ++y) {
+    for (int32_t x = 0; x < w; ++x) {
+      uint32_t result = 0;
+      for (int32_t k = 0; k < 4; ++k) {
+        int32_t sum = 0;
+        for (int32_t j = x - r; j <= x + r; ++j) {
+          sum += (px[size_t(y) * w + std::clamp(j, 0, w - 1)] >> (8 * k)) & 0xFF;
+        }
+        result |= uint32_t((sum + r) / d) << (8 * k);
+      }
+      out[size_t(y) * w + x] = result;
+    }
+  }
+  return out;
+}
+
+TEST(BoxBlurKernel, SimdMatchesScalarAtEveryRadius) {
+  std::mt19937 rng(8);
+  std::vector<nimbo::BoxBlurRowPairFn> pairs = {nimbo::BoxBlurRowPairSse2};
+  if (nimbo::CpuHasAvx2()) pairs.push_back(nimbo::BoxBlurRowPairAvx2);
+  for (int32_t radius = 0; radius <= nimbo::kBoxBlurMaxRadius; radius += (radius < 20 ? 1 : 17)) {
+    const nimbo::BoxBlurParams params = nimbo::MakeBoxBlurParams(radius);
+    for (size_t count : {1u, 2u, 7u, 100u}) {
+      std::vector<uint32_t> rows[2], padded[2], ref[2];
+      for (int32_t i = 0; i < 2; ++i) {
+        // Runs of equal pixels hit sums that are exact multiples of d.
+        rows[i].resize(count);
+        for (auto& v : rows[i]) v = rng() % 4 == 0 ? 0xFFFFFFFF : rng() % 2 ? rng() : 0x80808080;
+        padded[i].assign(count + 2 * radius + 2, 0);
+        nimbo::BoxBlurPadRow(rows[i].data(), padded[i].data() + 1, count, radius);  // unaligned
+        ref[i].assign(count + 1, 0);
+        nimbo::BoxBlurRowScalar(padded[i].data() + 1, ref[i].data() + 1, count, params);
+      }
+      std::vector<uint32_t> one(count + 1);
+      nimbo::BoxBlurRowSse2(padded[0].data() + 1, one.data() + 1, count, params);
+      ASSERT_EQ(one, ref[0]) << "radius " << radius << " count " << count;
+      for (nimbo::BoxBlurRowPairFn fn : pairs) {
+        std::vector<uint32_t> out0(count + 1), out1(count + 1);
+        fn(padded[0].data() + 1, padded[1].data() + 1, out0.data() + 1, out1.data() + 1, count, params);
+        ASSERT_EQ(out0, ref[0]) << "radius " << radius << " count " << count;
+        ASSERT_EQ(out1, ref[1]) << "radius " << radius << " count " << count;
+      }
+    }
+  }
+}
+
+TEST(FastHBlur, MatchesTheDefinitionForEachPassCount) {
+  for (auto [w, h, r, passes] : {std::tuple{37, 5, 3, 1}, std::tuple{38, 4, 3, 2}, std::tuple{16, 3, 9, 3},
+                                 std::tuple{5, 4, 40, 1}, std::tuple{1, 6, 2, 2}, std::tuple{64, 2, 0, 3}}) {
+    TestHost host(w, h);
+    auto fx = MakeBlur(host, r, passes);
+    OwnedScreen in(w, h), out(w, h);
+    nimbo::testing::FillRandom(in, uint32_t(w * 100 + r));
+    ASSERT_EQ(nimbo::testing::RenderOnce(*fx, {&in.screen}, &out.screen), 1);
+    std::vector<uint32_t> expected = in.pixels;
+    for (int32_t p = 0; p < passes; ++p) expected = NaivePass(expected, w, h, r);
+    EXPECT_EQ(out.pixels, expected) << w << "x" << h << " r " << r << " passes " << passes;
+  }
+}
+
+TEST(FastHBlur, RadiusVariableAndSettings) {
+  TestHost host(20, 2);
+  auto fx = MakeBlur(host, -1, 0);
+  const std::string text = host.store.Text();
+  const size_t radius = text.find("<data name=\"radius\" type=\"int\">4</data>");
+  const size_t passes = text.find("<data name=\"passes\" type=\"int\">1</data>");
+  ASSERT_NE(radius, std::string::npos) << text;
+  EXPECT_LT(radius, passes);
+
+  orrery::DynVar* var = host.FindDynVar("Radius");
+  ASSERT_NE(var, nullptr);
+  EXPECT_EQ(var->value, 4.0f);
+  // The host moves the variable: the blur follows, truncating.
+  var->value = 2.7f;
+  OwnedScreen in(20, 2), out(20, 2);
+  nimbo::testing::FillRandom(in, 1);
+  nimbo::testing::RenderOnce(*fx, {&in.screen}, &out.screen);
+  EXPECT_EQ(out.pixels, NaivePass(in.pixels, 20, 2, 2));
+  // Absurd values stay in range.
+  var->value = -5.0f;
+  nimbo::testing::RenderOnce(*fx, {&in.screen}, &out.screen);
+  EXPECT_EQ(out.pixels, in.pixels);
+  var->value = 1e9f;
+  nimbo::testing::RenderOnce(*fx, {&in.screen}, &out.screen);
+  EXPECT_EQ(out.pixels, NaivePass(in.pixels, 20, 2, nimbo::kBoxBlurMaxRadius));
+
+  // Stored values out of range are held to 0..255 and 1..3.
+  TestHost loaded(20, 2);
+  auto fx2 = MakeBlur(loaded, 9999, 7);
+  EXPECT_EQ(loaded.FindDynVar("Radius")->value, float(nimbo::kBoxBlurMaxRadius));
+  nimbo::testing::RenderOnce(*fx2, {&in.screen}, &out.screen);
+  std::vector<uint32_t> expected = in.pixels;
+  for (int32_t p = 0; p < 3; ++p) expected = NaivePass(expected, 20, 2, nimbo::kBoxBlurMaxRadius);
+  EXPECT_EQ(out.pixels, expected);
+}
+
+}  // namespace
