@@ -1,6 +1,7 @@
 #include "package/platform.h"
 
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -24,7 +25,12 @@ void* LoadLibrary(const std::string& path, LibraryError* error) {
   errno = 0;
   void* library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!library && error) {
-    error->code = errno;
+    // dlopen does not promise to set errno; ask the file system why, so the
+    // user sees a real code (2 for a missing file), and ENOEXEC for a file
+    // that is there but not a loadable library.
+    int code = errno;
+    if (code == 0) code = access(path.c_str(), R_OK) != 0 ? errno : ENOEXEC;
+    error->code = code;
     error->message = DlErrorText("cannot load library");
   }
   return library;

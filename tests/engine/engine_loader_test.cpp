@@ -32,14 +32,11 @@ TEST_F(EngineLoaderTest, MissingLibraryIsReportedOnceWithTheSystemCode) {
   EXPECT_EQ(m.caption, "nb3D error");
   EXPECT_EQ(m.icon, orrery::kIconError);
   EXPECT_EQ(m.owner, nullptr);
-  // The system's code (errno, which dlopen may leave 0), then the loader's
-  // own text naming the file.
-  const std::string head = kPrefix + "nb3D.DLL not found\r\nCode ";
+  // The system's code (ENOENT for a missing file), then the loader's own
+  // text naming the file.
+  const std::string head = kPrefix + "nb3D.DLL not found\r\nCode 2: ";
   ASSERT_EQ(m.text.rfind(head, 0), 0u) << m.text;
-  size_t digits = m.text.find_first_not_of("-0123456789", head.size());
-  EXPECT_GT(digits, head.size()) << m.text;
-  EXPECT_EQ(m.text.compare(digits, 2, ": "), 0) << m.text;
-  EXPECT_NE(m.text.find("/fake_missing/libnb3D.so: ", digits), std::string::npos) << m.text;
+  EXPECT_NE(m.text.find("/fake_missing/libnb3D.so: ", head.size()), std::string::npos) << m.text;
 
   // Every further effect meets the same failure; the user reads it once.
   EXPECT_EQ(nimbo::CreateEngineObject(nullptr), nullptr);
