@@ -175,9 +175,9 @@ class CReScaleDfx final : public CEffectBase {
         {"Input size", orrery::DialogFieldType::kChoice, &mode, 0, 3, "half|quarter|double|custom",
          "the input's size relative to the output, or custom"},
         {"Custom width", orrery::DialogFieldType::kInt, &width, kDialogMinSide, kMaxInputSide, nullptr,
-         "used with custom only"},
+         "used with custom only", 0, kCustom},
         {"Custom height", orrery::DialogFieldType::kInt, &height, kDialogMinSide, kMaxInputSide, nullptr,
-         "used with custom only"},
+         "used with custom only", 0, kCustom},
     };
     orrery::DialogModel model{"ReScaler", fields, int32_t(std::size(fields)), HelpPage(), platform::MainWindow()};
     if (!orrery::GetDialogService()->RunModal(model)) return 0;

@@ -87,6 +87,11 @@ struct DialogField {
   double maximum;
   const char* choices;  // kChoice: "a|b|c"
   const char* hint;
+  // A field that only applies in one state of another: enabled only while
+  // the field at index `enabled_by` (a kChoice or kBool) holds
+  // `enabled_value`; the host re-evaluates it on every change. -1 = always.
+  int32_t enabled_by = -1;
+  int32_t enabled_value = 0;
 };
 
 struct DialogModel {
