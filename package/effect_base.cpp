@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "engine/nb3d.h"
+#include "orrery/services.h"
 #include "package/labels.h"
 
 namespace nimbo {
@@ -18,9 +19,11 @@ CEffectBase::CEffectBase(const orrery::EffectInfo& info, int32_t label_resource,
     : info_(info), label_resource_(label_resource), help_page_(help_page), lock_initialised_(1),
       mem_size_(object_size) {
   LoadLabelBitmap(label_resource_);  // first construction loads the class's label
+  orrery::RegisterEffectInfo(this, &info_);
 }
 
 CEffectBase::~CEffectBase() {
+  orrery::UnregisterEffectInfo(this);
   if (engine_) {
     engine_->Release();
     engine_ = nullptr;

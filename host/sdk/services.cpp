@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <map>
 #include <mutex>
 #include <vector>
 
@@ -84,6 +85,9 @@ struct OutputValue {
 std::mutex g_outputs_mutex;
 std::vector<OutputValue> g_outputs;
 
+std::mutex g_infos_mutex;
+std::map<const Effect*, const EffectInfo*> g_infos;
+
 }  // namespace
 
 CSettingsManager* GetSettingsManager() { return OrDefault(g_settings, static_cast<CSettingsManager*>(&g_default_settings)); }
@@ -112,6 +116,22 @@ void VisitOutputValues(const Effect* owner, OutputVisitor visit, void* user) {
   for (const OutputValue& v : g_outputs) {
     if (v.owner == owner) visit(user, v.name.c_str(), v.description.c_str(), v.value ? *v.value : 0.0f);
   }
+}
+
+void RegisterEffectInfo(const Effect* owner, const EffectInfo* info) {
+  std::lock_guard lock(g_infos_mutex);
+  g_infos[owner] = info;
+}
+
+void UnregisterEffectInfo(const Effect* owner) {
+  std::lock_guard lock(g_infos_mutex);
+  g_infos.erase(owner);
+}
+
+const EffectInfo* FindEffectInfo(const Effect* owner) {
+  std::lock_guard lock(g_infos_mutex);
+  auto it = g_infos.find(owner);
+  return it == g_infos.end() ? nullptr : it->second;
 }
 
 }  // namespace orrery

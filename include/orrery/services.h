@@ -20,6 +20,7 @@
 namespace orrery {
 
 class Effect;
+struct EffectInfo;
 
 // ---- settings manager ------------------------------------------------------
 class CSettingsManager {
@@ -122,5 +123,13 @@ void UnregisterOutputValues(const Effect* owner);
 // Calls `visit` for each output of `owner` in registration order.
 using OutputVisitor = void (*)(void* user, const char* name, const char* description, float value);
 void VisitOutputValues(const Effect* owner, OutputVisitor visit, void* user);
+
+// ---- effect descriptions -------------------------------------------------------
+// The interface's operations report most of an effect's EffectInfo but not
+// its output name; an effect registers its whole description for the life
+// of the object so a host can show everything (e.g. "WAX output").
+void RegisterEffectInfo(const Effect* owner, const EffectInfo* info);
+void UnregisterEffectInfo(const Effect* owner);
+const EffectInfo* FindEffectInfo(const Effect* owner);  // null when none
 
 }  // namespace orrery

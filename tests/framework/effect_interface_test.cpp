@@ -8,6 +8,7 @@
 #include <string>
 
 #include "orrery/package.h"
+#include "orrery/services.h"
 #include "package/effect_base.h"
 #include "package/registry.h"
 #include "support/test_host.h"
@@ -129,6 +130,10 @@ TEST(Registry, HandsOutTheEffectsInIndexOrderWithTheirDescriptions) {
       EXPECT_EQ(e->GetInputDefaultRes(k), (orrery::Size{-1, -1}));
       EXPECT_EQ(e->GetInputScreenRes(k, -1, -1), (orrery::Size{-1, -1}));
     }
+    const orrery::EffectInfo* info = orrery::FindEffectInfo(e.get());
+    ASSERT_NE(info, nullptr);
+    EXPECT_STREQ(info->output_name, x.output_name);
+    EXPECT_STREQ(info->name, x.name);
     ids.insert(e->GetID());
     EXPECT_NE(e->GetLabelBitmap(), nullptr);
     EXPECT_GT(e->GetMemoryUsage(), 0);

@@ -1,0 +1,44 @@
+// Reading and editing settings documents from the host's side: the keys an
+// effect wrote (with their store types), `--set KEY=VALUE` checked against
+// them, and the "Dynvars" block of current values that presets carry.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace nimbo::host {
+
+// One "data" element of a settings document.
+struct SettingEntry {
+  std::string key;
+  std::string type;   // "int", "float", "string" or "path"
+  std::string value;  // the stored text
+};
+
+// The values of the first "Settings"/"ConfigData" block, in document order.
+std::vector<SettingEntry> ReadSettingEntries(const std::string& document_text);
+// A settings document holding exactly `entries` in that order.
+std::string BuildSettingsDocument(const std::vector<SettingEntry>& entries);
+
+// The stored text for `text` given as a value of `type`: int takes a decimal
+// number or hex (0xRRGGBB, #RRGGBB); float a decimal number; string and path
+// any text. Throws HostError saying what the type takes.
+std::string ParseSettingValue(const std::string& key, const std::string& type, const std::string& text);
+
+// Applies KEY=VALUE to `entries`. An unknown key is a HostError that lists
+// the valid keys; `effect` names the effect in it.
+void ApplySetting(std::vector<SettingEntry>& entries, const std::string& assignment, const std::string& effect);
+
+// One current value of a dynamic variable, as a preset's "Dynvars" holds it.
+struct DynVarValue {
+  std::string name;
+  std::string type;  // "float" or "bool"
+  std::string value;
+};
+
+// The "var" elements of the first "Settings"/"Dynvars" block.
+std::vector<DynVarValue> ReadDynVarValues(const std::string& document_text);
+// `document_text` with a "Dynvars" block of `values` added to "Settings".
+std::string AddDynVarValues(const std::string& document_text, const std::vector<DynVarValue>& values);
+
+}  // namespace nimbo::host
