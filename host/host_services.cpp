@@ -1,5 +1,7 @@
 #include "host/host_services.h"
 
+#include "host/x11_desktop.h"
+
 #include <spawn.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -151,7 +153,10 @@ void InstallHostServices(const std::string& plugins_path, const std::string& bin
   orrery::SetSettingsManager(settings);
   orrery::SetMessageService(&messages);
   orrery::SetHelpService(&help);
-  orrery::SetDesktopService(&desktop);
+  // A real X desktop when there is one (unless a test asked for a virtual
+  // desktop of a given size); kept to the end of the process like the rest.
+  static orrery::DesktopService* x11 = std::getenv("NIMBO_DESKTOP_SIZE") ? nullptr : OpenX11Desktop();
+  orrery::SetDesktopService(x11 ? x11 : static_cast<orrery::DesktopService*>(&desktop));
   orrery::SetPictureDecoder(&pictures);
 }
 
