@@ -5,6 +5,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "bench/chroma_key_footage.h"
@@ -46,17 +47,18 @@ void BM_FrameCopy(benchmark::State& state) {
 BENCHMARK(BM_FrameCopy)->Unit(benchmark::kMillisecond);
 
 // The input is restored outside the timed part: the kernel works in place.
-void RunKey(benchmark::State& state, ChromaKeyFn fn) {
-  const ChromaKeyParams params = BenchParams();
+void RunKey(benchmark::State& state, ChromaKeyFn fn, const ChromaKeyParams& params,
+            const std::vector<uint32_t>& frame) {
   std::vector<uint32_t> out(kPixels);
   for (auto _ : state) {
     state.PauseTiming();
-    std::memcpy(out.data(), Clip().frame.data(), kPixels * 4);
+    std::memcpy(out.data(), frame.data(), kPixels * 4);
     state.ResumeTiming();
     fn(out.data(), Background().data(), kPixels, params);
     benchmark::ClobberMemory();
   }
 }
+void RunKey(benchmark::State& state, ChromaKeyFn fn) { RunKey(state, fn, BenchParams(), Clip().frame); }
 void BM_KeyScalar(benchmark::State& state) { RunKey(state, ChromaKeyScalar); }
 void BM_KeySse2(benchmark::State& state) { RunKey(state, ChromaKeySse2); }
 void BM_KeyAvx2(benchmark::State& state) {
@@ -66,6 +68,35 @@ void BM_KeyAvx2(benchmark::State& state) {
 BENCHMARK(BM_KeyScalar)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_KeySse2)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_KeyAvx2)->Unit(benchmark::kMillisecond);
+
+// Where the time goes: the same clip with the identity alpha map (no LUT
+// lookup), and frames that are all screen (every pixel keyed) or all subject
+// (no pixel keyed).
+void BM_KeyAvx2IdentityMap(benchmark::State& state) {
+  if (!CpuHasAvx2()) return state.SkipWithError("no AVX2");
+  ChromaKeyInputs in;
+  in.key_rgb = 0x1830D0;
+  RunKey(state, ChromaKeyAvx2, MakeChromaKeyParams(in, BuildAlphaLut({})), Clip().frame);
+}
+void BM_KeyAvx2AllScreen(benchmark::State& state) {
+  if (!CpuHasAvx2()) return state.SkipWithError("no AVX2");
+  // The screen colour with up to 8 steps of noise per channel: all inside the cone.
+  static const std::vector<uint32_t> screen = [] {
+    std::vector<uint32_t> px(kPixels);
+    std::mt19937 rng(3);
+    for (uint32_t& p : px) p = 0xFF1830D0u + (rng() & 0x070707) - 0x040404;
+    return px;
+  }();
+  RunKey(state, ChromaKeyAvx2, BenchParams(), screen);
+}
+void BM_KeyAvx2AllSubject(benchmark::State& state) {
+  if (!CpuHasAvx2()) return state.SkipWithError("no AVX2");
+  static const std::vector<uint32_t> subject(kPixels, 0xFFC08050);
+  RunKey(state, ChromaKeyAvx2, BenchParams(), subject);
+}
+BENCHMARK(BM_KeyAvx2IdentityMap)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyAvx2AllScreen)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyAvx2AllSubject)->Unit(benchmark::kMillisecond);
 
 void BM_KeyTableBuild(benchmark::State& state) {
   std::vector<uint32_t> table(kKeyTableWords);

@@ -43,7 +43,7 @@ blue=$(per_frame "$(utime "$tmp/clip.bgra" bgra "format=rgba,frei0r=filter_name=
                  "$(utime "$tmp/clip.bgra" bgra "format=rgba")")
 read -r _ _ _ copy _ ours _ table < <(one_core "$raw" "$tmp/clip.bgra" 1920 1080 "$key")
 
-echo "per frame at 1920x1080, one core, CPU ms:"
+echo "per frame at 1920x1080, one core, CPU ms (load average: $(cut -d' ' -f1-3 /proc/loadavg)):"
 printf '  %-28s %8s\n' "frame copy" "$copy" "ChromaKeyPRO kernel" "$ours" "ChromaKeyPRO key table" "$table" \
   "ffmpeg chromakey" "$chroma" "ffmpeg colorkey" "$colorkey" "frei0r bluescreen0r" "$blue"
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.1f", a / b }'; }

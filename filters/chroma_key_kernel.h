@@ -35,6 +35,13 @@
 // one 32-bit product that can wrap, |Z| * tan_factor for cone angles near 0 or
 // beyond 90 degrees, is taken modulo 2^32 by every version alike.
 //
+// The SIMD versions go by blocks of four vectors. A block with no keyed
+// pixel is left as it is (or only recoloured); otherwise the alpha LUT is
+// skipped when it is the identity, and on AVX2 looked up for the whole block
+// by byte shuffles, straight from X' for every coloured key (see
+// SetAlphaLut). Each combination of null colour, noise radius and colour
+// transform has its own loop.
+//
 // `bg` may be `dst` itself (a frame keyed over itself): each pixel's
 // background is read before that pixel is written.
 #pragma once

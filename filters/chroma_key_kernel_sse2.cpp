@@ -68,6 +68,12 @@ struct V128 {
     _mm_store_si128(reinterpret_cast<__m128i*>(at), index);
     return _mm_setr_epi32(table[at[0]], table[at[1]], table[at[2]], table[at[3]]);
   }
+  // SSE2 has no byte shuffle: one gather per vector.
+  static constexpr bool kConeShuffles = false;
+  static void LookUpCone(const ChromaKeyParams&, const T*, T*) {}
+  static void LookUpAlpha(const ChromaKeyParams& p, T a[4]) {
+    for (int j = 0; j < 4; ++j) a[j] = Gather(p.lut, a[j]);
+  }
   static void KeyTableEntries(const uint32_t* table, T index, T& colour, T& alpha) {
     alignas(16) uint32_t at[4];
     _mm_store_si128(reinterpret_cast<__m128i*>(at), index);

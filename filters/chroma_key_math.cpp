@@ -93,12 +93,30 @@ ChromaKeyParams MakeChromaKeyParams(const ChromaKeyInputs& in, const AlphaLut& l
   p.matrix = ComputeColorMatrix(hsb);
   p.colortrafo = in.colortrafo_used;
   p.null_rgb = in.null_rgb & 0xFFFFFF;
-  p.lut_identity = true;
-  for (int32_t k = 0; k < 256; ++k) {
-    p.lut[k] = lut[size_t(k)];
-    p.lut_identity = p.lut_identity && p.lut[k] == k;
-  }
+  SetAlphaLut(p, lut);
   return p;
+}
+
+void SetAlphaLut(ChromaKeyParams& params, const AlphaLut& lut) {
+  params.lut_identity = true;
+  for (int32_t k = 0; k < 256; ++k) {
+    params.lut[k] = lut[size_t(k)];
+    params.lut_identity = params.lut_identity && params.lut[k] == k;
+  }
+  for (int32_t n = 0; n < 16; ++n) {
+    for (int32_t lo = 0; lo < 16; ++lo) {
+      const uint8_t before = n % 8 == 0 ? 0 : lut[size_t(16 * (n - 1) + lo)];
+      params.lut_rows[n][lo] = uint8_t(lut[size_t(16 * n + lo)] ^ before);
+    }
+  }
+  params.cone_rows_usable = params.inv_mag >= 515 && params.inv_mag <= 0x7FFF;
+  auto cone = [&](int32_t x) { return lut[std::min<size_t>(255, size_t(params.inv_mag) * size_t(x) >> 8)]; };
+  for (int32_t n = 0; n < 8; ++n) {
+    for (int32_t lo = 0; lo < 16; ++lo) {
+      const uint8_t before = n == 0 ? 0 : cone(16 * (n - 1) + lo);
+      params.cone_rows[n][lo] = params.cone_rows_usable ? uint8_t(cone(16 * n + lo) ^ before) : 0;
+    }
+  }
 }
 
 }  // namespace nimbo

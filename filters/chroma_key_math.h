@@ -81,7 +81,21 @@ struct ChromaKeyParams {
   bool lut_identity;  // lets SIMD versions skip the table lookup
   uint32_t null_rgb;  // background colour when the kernel gets no background
   int32_t lut[256];   // the alpha LUT, widened so SIMD code can gather from it
+  // The same LUT as 16 rows for 16-entry byte shuffles (see SetAlphaLut).
+  alignas(16) uint8_t lut_rows[16][16];
+  // LUT[min(255, (inv_mag * X') >> 8)] for X' = 0..127, as 8 such rows. With
+  // inv_mag >= 515 (any key whose chroma magnitude is below 127, which is
+  // every coloured key) X' = 127 already reaches entry 255, so a keyed
+  // pixel's a is this table at min(X', 127).
+  bool cone_rows_usable;
+  alignas(16) uint8_t cone_rows[8][16];
 };
+
+// Stores `lut` in `params` (whose inv_mag must be set): the widened copy,
+// the identity flag and the shuffle rows. Row h (h = 0..7) holds LUT entries 16h .. 16h+15 XOR the row
+// of entries before them (row 0 as it is), and rows 8..15 the same for the
+// upper half, so that XORing rows 0..n (or 8..n) gives the 16 entries of row n.
+void SetAlphaLut(ChromaKeyParams& params, const AlphaLut& lut);
 
 struct ChromaKeyInputs {
   uint32_t key_rgb = 0x0000FF;

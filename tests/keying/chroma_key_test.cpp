@@ -67,6 +67,27 @@ uint32_t ReferencePixel(uint32_t p, uint32_t back, bool null_colour, const Chrom
   return out;
 }
 
+AlphaLut RandomLut(std::mt19937& rng) {
+  AlphaLut lut;
+  for (uint8_t& v : lut) v = uint8_t(rng());
+  return lut;
+}
+
+// The LUT index a keyed pixel looks up, or -1 for a foreground pixel.
+int RawAlphaIndex(uint32_t p, const ChromaKeyParams& k) {
+  const int64_t c[3] = {(p >> 16) & 0xFF, (p >> 8) & 0xFF, p & 0xFF};
+  int64_t x = 0, z = 0;
+  for (int i = 0; i < 3; ++i) {
+    x += int64_t(k.cx[i]) * c[i];
+    z += int64_t(k.cz[i]) * c[i];
+  }
+  x = FloorDiv256(x);
+  z = FloorDiv256(z);
+  const int64_t t = int64_t(((uint64_t(z < 0 ? -z : z) * uint64_t(uint32_t(k.tan_factor))) & 0xFFFFFFFFu) >> 8);
+  if (x - t <= 0) return -1;
+  return int(std::min<uint64_t>(255, (uint64_t(uint32_t(k.inv_mag)) * uint64_t(x - t)) >> 8));
+}
+
 // Settings drawn to reach every branch: colour transform, alpha maps, noise,
 // grey-ish keys (large inv_mag), cone angles near 0 and past 90 degrees.
 ChromaKeyParams RandomParams(std::mt19937& rng) {
@@ -82,7 +103,9 @@ ChromaKeyParams RandomParams(std::mt19937& rng) {
   in.null_rgb = rng();
   std::vector<AlphaPoint> map;
   if (rng() % 2) map = {{0.0f, 0.2f}, {0.25f, 0.05f}, {0.6f, 0.9f}, {0.8f, 1.0f}};
-  return MakeChromaKeyParams(in, BuildAlphaLut(map));
+  ChromaKeyParams params = MakeChromaKeyParams(in, BuildAlphaLut(map));
+  if (rng() % 4 == 0) SetAlphaLut(params, RandomLut(rng));
+  return params;
 }
 
 // Pixels of which a good share lies near the key (so inside the cone).
@@ -141,6 +164,124 @@ TEST(ChromaKeyKernel, SimdVersionsGiveTheScalarBytesAtAnyWidthAndOffset) {
       }
     }
   }
+}
+
+// The SIMD versions look the alpha LUT up for blocks of pixels at once: on
+// AVX2 by byte shuffles, either from X' (coloured keys) or from the LUT
+// index, walking only the half of the table a block needs. Every entry must
+// come out right, in blocks whose indices lie all in the lower half, all in
+// the upper half, or both. One key reaches only some entries (the index
+// grows in steps of inv_mag / 256), so many keys are used.
+TEST(ChromaKeyKernel, SimdAlphaLookupsReachEveryEntry) {
+  std::mt19937 rng(13);
+  const bool avx2 = __builtin_cpu_supports("avx2");
+  std::vector<bool> seen(256);
+  std::vector<uint32_t> keys = {0x1830D0u, 0x0000FFu, 0x20E030u, 0xC02040u, 0x808081u};
+  while (keys.size() < 40) keys.push_back(rng() & 0xFFFFFF);
+  int cone_keys = 0;
+  for (uint32_t key : keys) {
+    ChromaKeyInputs in;
+    in.key_rgb = key;
+    ChromaKeyParams params = MakeChromaKeyParams(in, BuildAlphaLut({}));
+    cone_keys += params.cone_rows_usable;
+    // Random colours, sorted by the index they look up so that whole blocks
+    // share a half of the table; foreground pixels go first.
+    std::vector<std::pair<int, uint32_t>> by_index(1 << 14);
+    for (auto& [index, p] : by_index) {
+      p = rng() % 2 ? rng() : (key ^ (rng() & 0x3F7F7F)) | (rng() & 0xFF000000u);
+      index = RawAlphaIndex(p, params);
+    }
+    std::sort(by_index.begin(), by_index.end());
+    std::vector<uint32_t> src(by_index.size()), back(by_index.size());
+    for (size_t i = 0; i < src.size(); ++i) {
+      src[i] = by_index[i].second;
+      back[i] = rng();
+      if (by_index[i].first >= 0) seen[size_t(by_index[i].first)] = true;
+    }
+    for (int trial = 0; trial < 8; ++trial) {
+      // Random tables, the identity, a constant one; from X' and from the index.
+      AlphaLut lut = RandomLut(rng);
+      if (trial % 4 == 1) lut = BuildAlphaLut({});
+      if (trial % 4 == 2) lut.fill(200);
+      SetAlphaLut(params, lut);
+      EXPECT_EQ(params.lut_identity, trial % 4 == 1);
+      if (trial >= 4) params.cone_rows_usable = false;
+      const size_t offset = trial % 2 ? 5 : 0, count = src.size() - offset;
+      std::vector<uint32_t> want(src.begin() + offset, src.end());
+      ChromaKeyScalar(want.data(), back.data(), count, params);
+      for (size_t i = 0; i < count; i += 37) {
+        ASSERT_EQ(want[i], ReferencePixel(src[offset + i], back[i], false, params)) << i;
+      }
+      std::vector<uint32_t> out(src.begin() + offset, src.end());
+      ChromaKeySse2(out.data(), back.data(), count, params);
+      ASSERT_EQ(out, want) << "key " << std::hex << key << " trial " << trial;
+      if (avx2) {
+        out.assign(src.begin() + offset, src.end());
+        ChromaKeyAvx2(out.data(), back.data(), count, params);
+        ASSERT_EQ(out, want) << "key " << std::hex << key << " trial " << trial;
+      }
+    }
+  }
+  // The pictures reached every entry a keyed pixel can: X' >= 1 and
+  // inv_mag >= 512 (no chroma magnitude reaches 128) put the index at 2 or more.
+  EXPECT_EQ(std::count(seen.begin() + 2, seen.end(), true), 254);
+  EXPECT_GT(cone_keys, 35);  // not the grey key
+}
+
+// Pictures of runs of foreground and of keyed pixels, so that whole blocks
+// are foreground (left alone, or only recoloured), whole blocks keyed, and
+// blocks mixed, at odd widths and unaligned starts.
+TEST(ChromaKeyKernel, SimdVersionsHandleForegroundKeyedAndMixedBlocks) {
+  std::mt19937 rng(17);
+  const bool avx2 = __builtin_cpu_supports("avx2");
+  size_t fore_blocks = 0, keyed_blocks = 0, mixed_blocks = 0;
+  for (int trial = 0; trial < 200; ++trial) {
+    ChromaKeyInputs in;
+    in.key_rgb = trial % 2 ? 0x1830D0 : 0x20E030;
+    in.colortrafo_used = trial % 3 == 0;
+    in.colortrafo = {0.4f, 1.2f, 0.9f};
+    in.noise_level = trial % 5 == 0 ? 20.0f : 0.0f;
+    in.null_rgb = rng();
+    std::vector<AlphaPoint> map;
+    if (trial % 4 >= 2) map = {{0.0f, 0.0f}, {0.3f, 1.0f}};
+    ChromaKeyParams params = MakeChromaKeyParams(in, BuildAlphaLut(map));
+    if (trial % 7 == 0) SetAlphaLut(params, RandomLut(rng));
+
+    const size_t offset = rng() % 8, count = rng() % 300;
+    std::vector<uint32_t> src(offset + count);
+    const uint32_t subject[] = {0xFFC08050, 0xFF302010, 0xFFFFFFFF, 0x00E04020};
+    for (size_t i = 0; i < src.size();) {
+      const size_t run = 1 + rng() % (rng() % 2 ? 8 : 100);
+      const bool keyed = rng() % 2;
+      for (size_t j = i; j < std::min(src.size(), i + run); ++j) {
+        src[j] = keyed ? (in.key_rgb ^ (rng() & 0x0F0F0F)) | (rng() & 0xFF000000u) : subject[rng() % 4];
+      }
+      i += run;
+    }
+    // Count the 32-pixel blocks of each kind (the AVX2 version's blocks).
+    for (size_t b = offset; b + 32 <= src.size(); b += 32) {
+      size_t keyed = 0;
+      for (size_t j = b; j < b + 32; ++j) keyed += RawAlphaIndex(src[j], params) >= 0;
+      (keyed == 0 ? fore_blocks : keyed == 32 ? keyed_blocks : mixed_blocks) += 1;
+    }
+    const std::vector<uint32_t> back = RandomPixels(rng, src.size(), rng());
+    for (int mode = 0; mode < 3; ++mode) {  // background, null colour, the frame over itself
+      auto run = [&](ChromaKeyFn fn) {
+        std::vector<uint32_t> out = src;
+        const uint32_t* bg = mode == 0 ? back.data() + offset : mode == 1 ? nullptr : out.data() + offset;
+        fn(out.data() + offset, bg, count, params);
+        return out;
+      };
+      const std::vector<uint32_t> want = run(ChromaKeyScalar);
+      ASSERT_EQ(run(ChromaKeySse2), want) << "trial " << trial << " mode " << mode;
+      if (avx2) {
+        ASSERT_EQ(run(ChromaKeyAvx2), want) << "trial " << trial << " mode " << mode;
+      }
+    }
+  }
+  EXPECT_GT(fore_blocks, 50u);
+  EXPECT_GT(keyed_blocks, 50u);
+  EXPECT_GT(mixed_blocks, 50u);
 }
 
 TEST(ChromaKeyMath, CoefficientsAndAlphaLut) {
