@@ -63,21 +63,8 @@ class CColorReducerDfx final : public CEffectBase {
   }
 
   int32_t RunDialog() override {
-    ColorReducerSettings copy;
-    {
-      std::lock_guard lock(lock_);
-      copy = settings_;
-    }
-    std::vector<orrery::DialogField> fields = DialogFieldsFor<ColorReducerSettings>(kRows, copy);
-    fields[1].type = orrery::DialogFieldType::kBool;
-    orrery::DialogService* dialogs = orrery::GetDialogService();
-    orrery::DialogModel model{"ColorReducer", fields.data(), int32_t(fields.size()), HelpPage(),
-                              platform::MainWindow()};
-    if (!dialogs || !dialogs->RunModal(model)) return 0;
-    std::lock_guard lock(lock_);
-    settings_ = copy;
-    Declare();
-    return 1;
+    return RunSettingsDialog<ColorReducerSettings>("ColorReducer", HelpPage(), kRows, settings_, lock_,
+                                                   [this] { Declare(); });
   }
 
  public:

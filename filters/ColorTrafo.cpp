@@ -96,20 +96,10 @@ class CColorTrafoDfx final : public CEffectBase {
   }
 
   int32_t RunDialog() override {
-    ColorTrafoSettings copy;
-    {
-      std::lock_guard lock(lock_);
-      copy = settings_;
-    }
-    std::vector<orrery::DialogField> fields = DialogFieldsFor<ColorTrafoSettings>(kRows, copy);
-    const orrery::DialogModel model{"ColorTrafo", fields.data(), int32_t(fields.size()), HelpPage(),
-                                    platform::MainWindow()};
-    orrery::DialogService* dialogs = orrery::GetDialogService();
-    if (!dialogs || !dialogs->RunModal(model)) return 0;
-    std::lock_guard lock(lock_);
-    settings_ = Sanitised(copy.hue, copy.sat, copy.bright);
-    DeclareHostControls();  // the dynamic variables start again from the new settings
-    return 1;
+    return RunSettingsDialog<ColorTrafoSettings>("ColorTrafo", HelpPage(), kRows, settings_, lock_, [this] {
+      settings_ = Sanitised(settings_.hue, settings_.sat, settings_.bright);
+      DeclareHostControls();  // the dynamic variables start again from the new settings
+    });
   }
 
  private:

@@ -102,16 +102,10 @@ class CFastHBlurDfx final : public CEffectBase {
   }
 
   int32_t RunDialog() override {
-    HBlurSettings copy = settings_;
-    std::vector<orrery::DialogField> fields = DialogFieldsFor<HBlurSettings>(kRows, copy);
-    const orrery::DialogModel model{"Fast h-Blur", fields.data(), int32_t(fields.size()), HelpPage(),
-                                    platform::MainWindow()};
-    if (!orrery::GetDialogService()->RunModal(model)) return 0;
-    std::lock_guard lock(lock_);
-    settings_ = copy;
-    Clamp();
-    DeclareRadius();  // the variable restarts at the new radius
-    return 1;
+    return RunSettingsDialog<HBlurSettings>("Fast h-Blur", HelpPage(), kRows, settings_, lock_, [this] {
+      Clamp();
+      DeclareRadius();  // the variable restarts at the new radius
+    });
   }
 
  private:

@@ -82,20 +82,10 @@ class CGlitterDfx final : public CEffectBase {
   }
 
   int32_t RunDialog() override {
-    GlitterSettings copy;
-    {
-      std::lock_guard lock(lock_);
-      copy = settings_;
-    }
-    std::vector<orrery::DialogField> fields = DialogFieldsFor<GlitterSettings>(kRows, copy);
-    orrery::DialogService* dialogs = orrery::GetDialogService();
-    orrery::DialogModel model{"Glitter", fields.data(), int32_t(fields.size()), HelpPage(), platform::MainWindow()};
-    if (!dialogs || !dialogs->RunModal(model)) return 0;
-    std::lock_guard lock(lock_);
-    settings_ = copy;
-    cells_w_ = 0;
-    Declare();
-    return 1;
+    return RunSettingsDialog<GlitterSettings>("Glitter", HelpPage(), kRows, settings_, lock_, [this] {
+      cells_w_ = 0;
+      Declare();
+    });
   }
 
  public:

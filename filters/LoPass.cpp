@@ -82,16 +82,10 @@ class CLoPassDfx final : public CEffectBase {
   }
 
   int32_t RunDialog() override {
-    LoPassSettings copy = settings_;
-    std::vector<orrery::DialogField> fields = DialogFieldsFor<LoPassSettings>(kRows, copy);
-    const orrery::DialogModel model{"LoPass", fields.data(), int32_t(fields.size()), HelpPage(),
-                                    platform::MainWindow()};
-    if (!orrery::GetDialogService()->RunModal(model)) return 0;
-    std::lock_guard lock(lock_);
-    settings_ = copy;
-    SlidersFromSettings();
-    Restart();
-    return 1;
+    return RunSettingsDialog<LoPassSettings>("LoPass", HelpPage(), kRows, settings_, lock_, [this] {
+      SlidersFromSettings();
+      Restart();
+    });
   }
 
  private:

@@ -71,20 +71,8 @@ class CRGBDisplacerDfx final : public CEffectBase {
   }
 
   int32_t RunDialog() override {
-    Offsets copy;
-    {
-      std::lock_guard lock(lock_);
-      copy = settings_;
-    }
-    std::vector<orrery::DialogField> fields = DialogFieldsFor<Offsets>(kRows, copy);
-    orrery::DialogService* dialogs = orrery::GetDialogService();
-    orrery::DialogModel model{"RGB Displacer", fields.data(), int32_t(fields.size()), HelpPage(),
-                              platform::MainWindow()};
-    if (!dialogs || !dialogs->RunModal(model)) return 0;
-    std::lock_guard lock(lock_);
-    settings_ = copy;
-    Declare();  // the new resting offsets become the variables' values
-    return 1;
+    // The new resting offsets become the variables' values.
+    return RunSettingsDialog<Offsets>("RGB Displacer", HelpPage(), kRows, settings_, lock_, [this] { Declare(); });
   }
 
  public:

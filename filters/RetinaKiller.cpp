@@ -84,16 +84,9 @@ class CRetinaKillerDfx final : public CEffectBase {
   }
 
   int32_t RunDialog() override {
-    RetinaSettings copy = settings_;
     // "hide" is not the user's to edit: only limit and fade are shown.
-    std::vector<orrery::DialogField> fields = DialogFieldsFor<RetinaSettings>(std::span(kRows).first(2), copy);
-    const orrery::DialogModel model{"Retina Killer", fields.data(), int32_t(fields.size()), HelpPage(),
-                                    platform::MainWindow()};
-    if (!orrery::GetDialogService()->RunModal(model)) return 0;
-    std::lock_guard lock(lock_);
-    settings_ = copy;
-    SlidersFromSettings();
-    return 1;
+    return RunSettingsDialog<RetinaSettings>("Retina Killer", HelpPage(), std::span(kRows).first(2), settings_,
+                                             lock_, [this] { SlidersFromSettings(); });
   }
 
  private:

@@ -54,20 +54,8 @@ class CXtractAlphaDfx final : public CEffectBase {
   void DeclareHostControls() override { DescribeRows<XtractAlphaSettings>(host_context_, kRows); }
 
   int32_t RunDialog() override {
-    XtractAlphaSettings copy;
-    {
-      std::lock_guard lock(lock_);
-      copy = settings_;
-    }
-    std::vector<orrery::DialogField> fields = DialogFieldsFor<XtractAlphaSettings>(kRows, copy);
-    fields[0].type = orrery::DialogFieldType::kBool;
-    const orrery::DialogModel model{"XtractAlpha", fields.data(), int32_t(fields.size()), HelpPage(),
-                                    platform::MainWindow()};
-    orrery::DialogService* dialogs = orrery::GetDialogService();
-    if (!dialogs || !dialogs->RunModal(model)) return 0;
-    std::lock_guard lock(lock_);
-    settings_.invert = copy.invert != 0;
-    return 1;
+    return RunSettingsDialog<XtractAlphaSettings>("XtractAlpha", HelpPage(), kRows, settings_, lock_,
+                                                  [this] { settings_.invert = settings_.invert != 0; });
   }
 
  private:

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <mutex>
 #include <span>
 #include <string>
 #include <variant>
@@ -17,6 +18,7 @@
 #include "orrery/config_store.h"
 #include "orrery/host_context.h"
 #include "orrery/services.h"
+#include "package/platform.h"
 
 namespace nimbo {
 
@@ -96,6 +98,8 @@ std::vector<orrery::DialogField> DialogFieldsFor(std::span<const SettingRow<S>> 
                               row.minimum, row.maximum, nullptr, nullptr};
     if (auto p = std::get_if<int32_t S::*>(&row.field)) {
       field.value = &(s.*(*p));
+      // An int that can only be 0 or 1 is a switch.
+      if (row.minimum == 0 && row.maximum == 1) field.type = orrery::DialogFieldType::kBool;
     } else if (auto f = std::get_if<float S::*>(&row.field)) {
       field.type = orrery::DialogFieldType::kFloat;
       field.value = &(s.*(*f));
@@ -106,6 +110,27 @@ std::vector<orrery::DialogField> DialogFieldsFor(std::span<const SettingRow<S>> 
     fields.push_back(field);
   }
   return fields;
+}
+
+// The generic setup dialog over a settings table: the user edits a copy of
+// `settings` through the host's dialog service; on OK the copy replaces the
+// settings and `apply` runs (to recompute what depends on them), both under
+// `lock`, so Render never sees half an edit. 1 on OK, 0 on Cancel.
+template <class S, class Lock, class Apply>
+int32_t RunSettingsDialog(const char* title, const char* help_page, std::span<const SettingRow<S>> rows,
+                          S& settings, Lock& lock, Apply apply) {
+  S copy;
+  {
+    std::lock_guard guard(lock);
+    copy = settings;
+  }
+  std::vector<orrery::DialogField> fields = DialogFieldsFor(rows, copy);
+  const orrery::DialogModel model{title, fields.data(), int32_t(fields.size()), help_page, platform::MainWindow()};
+  if (!orrery::GetDialogService()->RunModal(model)) return 0;
+  std::lock_guard guard(lock);
+  settings = copy;
+  apply();
+  return 1;
 }
 
 }  // namespace nimbo
