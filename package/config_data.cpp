@@ -40,8 +40,8 @@ std::string FormatInt(int32_t value) {
 // looks at the locale. The longest float needs 47 characters.
 std::string FormatFloat(float value) {
   char buffer[64];
-  const auto result = std::to_chars(buffer, buffer + sizeof buffer, static_cast<double>(value),
-                                    std::chars_format::fixed, 6);
+  const auto result =
+      std::to_chars(buffer, buffer + sizeof buffer, static_cast<double>(value), std::chars_format::fixed, 6);
   return std::string(buffer, result.ptr);
 }
 
@@ -140,16 +140,10 @@ std::string ConfigData::GetPath(const char* key, const char* def, bool* used_def
 
 int32_t ConfigData::SetInt(const char* key, int32_t value) { return Write(key, FormatInt(value), "int"); }
 
-int32_t ConfigData::SetFloat(const char* key, float value) {
-  return Write(key, FormatFloat(value), "float");
-}
+int32_t ConfigData::SetFloat(const char* key, float value) { return Write(key, FormatFloat(value), "float"); }
 
-int32_t ConfigData::SetString(const char* key, const char* value) {
-  return Write(key, value ? value : "", "string");
-}
+int32_t ConfigData::SetString(const char* key, const char* value) { return Write(key, value ? value : "", "string"); }
 
-int32_t ConfigData::SetPath(const char* key, const char* path) {
-  return Write(key, path ? path : "", "path");
-}
+int32_t ConfigData::SetPath(const char* key, const char* path) { return Write(key, path ? path : "", "path"); }
 
 }  // namespace nimbo

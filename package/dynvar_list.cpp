@@ -64,8 +64,8 @@ DynVar* DynVarList::Declare(const char* name) {
   return *link;
 }
 
-float* DynVarList::DeclareFloat(const char* name, float varmin, float varmax, float varinit, float min,
-                                float max, int32_t option) {
+float* DynVarList::DeclareFloat(const char* name, float varmin, float varmax, float varinit, float min, float max,
+                                int32_t option) {
   DynVar* v = Declare(name);
   v->type = orrery::kDynVarFloat;
   v->varmin = varmin;

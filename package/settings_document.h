@@ -51,12 +51,8 @@ class SettingsDocument final : public orrery::ConfigStore {
   int32_t SetInt(const char* key, int32_t value) override { return config_.SetInt(key, value); }
   float GetFloat(const char* key, float def) override { return config_.GetFloat(key, def); }
   int32_t SetFloat(const char* key, float value) override { return config_.SetFloat(key, value); }
-  const char* GetString(const char* key, const char* def) override {
-    return config_.GetString(key, def);
-  }
-  int32_t SetString(const char* key, const char* value) override {
-    return config_.SetString(key, value);
-  }
+  const char* GetString(const char* key, const char* def) override { return config_.GetString(key, def); }
+  int32_t SetString(const char* key, const char* value) override { return config_.SetString(key, value); }
   std::string GetPath(const char* key, const char* def, bool* used_default) override {
     return config_.GetPath(key, def, used_default);
   }

@@ -8,6 +8,7 @@
 #include "package/xml_document.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace nimbo {
 namespace {
@@ -21,9 +22,7 @@ constexpr size_t kNpos = std::string_view::npos;
 bool IsBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; }
 
 // Characters that end a name token; each is also a token of its own.
-bool IsSpecial(char c) {
-  return c == '<' || c == '>' || c == '=' || c == '\\' || c == '/' || c == '?' || c == '!';
-}
+bool IsSpecial(char c) { return c == '<' || c == '>' || c == '=' || c == '\\' || c == '/' || c == '?' || c == '!'; }
 
 bool IsQuote(char c) { return c == '"' || c == '\''; }
 
@@ -59,9 +58,7 @@ bool IsChar(std::string_view text, const Token& token, char c) {
   return !token.quoted && token.l < token.r && text[token.l] == c;
 }
 
-std::string_view TextOf(std::string_view text, const Token& token) {
-  return text.substr(token.l, token.r - token.l);
-}
+std::string_view TextOf(std::string_view text, const Token& token) { return text.substr(token.l, token.r - token.l); }
 
 // The '>' that closes a start tag whose name token ends at `pos`; quoted
 // values may hold '>'.
@@ -99,9 +96,7 @@ size_t AfterMark(std::string_view text, std::string_view mark, size_t from) {
 }
 
 // A node other than an element: its first token (after '<') starts with '?' or '!'.
-bool IsNode(std::string_view text, const Token& token) {
-  return IsChar(text, token, '?') || IsChar(text, token, '!');
-}
+bool IsNode(std::string_view text, const Token& token) { return IsChar(text, token, '?') || IsChar(text, token, '!'); }
 
 // The end of a node whose first token is `token`.
 size_t NodeEnd(std::string_view text, const Token& token) {
@@ -113,7 +108,15 @@ size_t NodeEnd(std::string_view text, const Token& token) {
   return DeclarationEnd(text, after);
 }
 
-// What follows the '<' of a CDATA section.
+// The five entities; only attribute values encode the last two.
+struct Entity {
+  char c;
+  std::string_view name;  // after the '&'
+};
+constexpr Entity kEntities[] = {{'<', "lt;"}, {'&', "amp;"}, {'>', "gt;"}, {'\'', "apos;"}, {'"', "quot;"}};
+constexpr size_t kDataEntities = 3;
+
+// The first token of a CDATA section (after its '<').
 constexpr std::string_view kCdataStart = "![CDATA[";
 
 // A valid name for writing: one name token that nothing can misread.
@@ -340,37 +343,31 @@ XmlDocument::AttribSpot XmlDocument::LocateAttrib(int32_t elem, std::string_view
 std::string XmlDocument::AttribOf(int32_t elem, std::string_view name, bool* found) const {
   const AttribSpot spot = elem ? LocateAttrib(elem, name) : AttribSpot{};
   if (found) *found = spot.found;
-  return spot.found ? Decode(std::string_view(text_).substr(spot.value_l, spot.value_r - spot.value_l))
-                    : std::string();
+  return spot.found ? Decode(std::string_view(text_).substr(spot.value_l, spot.value_r - spot.value_l)) : std::string();
 }
 
 std::string XmlDocument::Encode(std::string_view text, bool attribute) {
+  const auto* const end = kEntities + (attribute ? std::size(kEntities) : kDataEntities);
   std::string out;
-  out.reserve(text.size() + 7 + text.size() / 10);
+  out.reserve(text.size() + 7 + text.size() / 10);  // the usual size; the string doubles beyond it
   for (char c : text) {
-    switch (c) {
-      case '<': out += "&lt;"; break;
-      case '&': out += "&amp;"; break;
-      case '>': out += "&gt;"; break;
-      case '\'': out += attribute ? "&apos;" : "'"; break;
-      case '"': out += attribute ? "&quot;" : "\""; break;
-      default: out += c;
+    const auto* entity = std::find_if(kEntities, end, [c](const Entity& e) { return e.c == c; });
+    if (entity == end) {
+      out += c;
+    } else {
+      out.append("&").append(entity->name);
     }
   }
   return out;
 }
 
 std::string XmlDocument::Decode(std::string_view text) {
-  static constexpr struct {
-    std::string_view name;
-    char c;
-  } kEntities[] = {{"lt;", '<'}, {"amp;", '&'}, {"gt;", '>'}, {"apos;", '\''}, {"quot;", '"'}};
   std::string out;
   out.reserve(text.size());
   for (size_t amp; (amp = text.find('&')) != kNpos;) {
     out.append(text.substr(0, amp + 1));
     text.remove_prefix(amp + 1);
-    for (const auto& entity : kEntities) {
+    for (const Entity& entity : kEntities) {
       if (text.starts_with(entity.name)) {
         out.back() = entity.c;
         text.remove_prefix(entity.name.size());
@@ -409,16 +406,14 @@ bool XmlDocument::InsertChildElem(std::string_view name, std::string_view data, 
 
 // Writes "<name>data</name>\r\n" (or "<name/>\r\n") after `prev` under
 // `parent`, or as the first child when `prev` is 0. Answers the new index.
-int32_t XmlDocument::AddNode(int32_t parent, int32_t prev, std::string_view name,
-                             std::string_view data, bool cdata) {
+int32_t XmlDocument::AddNode(int32_t parent, int32_t prev, std::string_view name, std::string_view data, bool cdata) {
   if (!IsWritableName(name) || Depth(parent) >= kMaxDepth) return 0;
   if (parent && elems_[parent].end_r == elems_[parent].start_r) OpenEmpty(parent);
   size_t at;
   if (prev) {
     // Behind the previous element's line break, so each element keeps its line.
     at = elems_[prev].end_r;
-    if (text_.compare(at, 2, "\r\n") == 0) at += 2;
-    else if (text_.compare(at, 1, "\n") == 0) at += 1;
+    at += text_.compare(at, 2, "\r\n") == 0 ? 2 : text_.compare(at, 1, "\n") == 0 ? 1 : 0;
   } else {
     const int32_t first = elems_[parent].child;
     at = first ? elems_[first].start_l : elems_[parent].end_l;

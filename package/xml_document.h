@@ -59,9 +59,7 @@ class XmlDocument {
   std::string GetData() const { return DataOf(pos_); }
   std::string GetChildData() const { return DataOf(child_); }
   // `found` (may be null) tells a missing attribute from an empty one.
-  std::string GetAttrib(std::string_view name, bool* found = nullptr) const {
-    return AttribOf(pos_, name, found);
-  }
+  std::string GetAttrib(std::string_view name, bool* found = nullptr) const { return AttribOf(pos_, name, found); }
   std::string GetChildAttrib(std::string_view name, bool* found = nullptr) const {
     return AttribOf(child_, name, found);
   }
@@ -78,9 +76,7 @@ class XmlDocument {
   // Inserts before the current child (first when there is none).
   bool InsertChildElem(std::string_view name, std::string_view data = {}, bool cdata = false);
   bool SetAttrib(std::string_view name, std::string_view value) { return SetAttribOf(pos_, name, value); }
-  bool SetChildAttrib(std::string_view name, std::string_view value) {
-    return SetAttribOf(child_, name, value);
-  }
+  bool SetChildAttrib(std::string_view name, std::string_view value) { return SetAttribOf(child_, name, value); }
 
   // Encoding of written text: '<', '&', '>' (and in attribute values also
   // '\'' and '"') become entities.
@@ -109,8 +105,7 @@ class XmlDocument {
   AttribSpot LocateAttrib(int32_t elem, std::string_view name) const;
   std::string AttribOf(int32_t elem, std::string_view name, bool* found) const;
   bool SetAttribOf(int32_t elem, std::string_view name, std::string_view value);
-  int32_t AddNode(int32_t parent, int32_t prev, std::string_view name, std::string_view data,
-                  bool cdata);
+  int32_t AddNode(int32_t parent, int32_t prev, std::string_view name, std::string_view data, bool cdata);
   void OpenEmpty(int32_t elem);
   void Splice(size_t at, size_t remove, std::string_view insert);
   int32_t LastChild(int32_t parent) const;

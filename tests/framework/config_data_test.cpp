@@ -2,19 +2,17 @@
 // host-side marker, preset loading and safe saving).
 #include "package/config_data.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <clocale>
 #include <climits>
+#include <clocale>
 #include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <random>
-#include <sstream>
 
 #include "package/settings_document.h"
 
@@ -27,144 +25,97 @@ size_t Count(const std::string& text, const std::string& what) {
   return count;
 }
 
-class ConfigDataTest : public testing::Test {
- protected:
-  XmlDocument doc_;
-  ConfigData config_{&doc_};
-};
-
-// --- The store --------------------------------------------------------------
-
-TEST_F(ConfigDataTest, MarkerReadsOneAndIsNeverStored) {
-  EXPECT_EQ(config_.GetInt("!", 0), 1);
-  config_.BeginWriting();
-  EXPECT_EQ(config_.SetInt("!", 1), 1);
-  EXPECT_EQ(config_.SetString("!", "x"), 1);
-  EXPECT_EQ(Count(doc_.GetDoc(), "<data"), 0u);
-}
-
-TEST_F(ConfigDataTest, WritesNeedSettingsAndConfigData) {
-  EXPECT_EQ(config_.SetInt("a", 1), 0);
-  EXPECT_EQ(doc_.GetDoc(), "");
-  ASSERT_TRUE(doc_.SetDoc("<Settings/>"));
-  EXPECT_EQ(config_.SetFloat("a", 1.0f), 0);
-  EXPECT_EQ(config_.SetPath("a", "p"), 0);
-  EXPECT_EQ(doc_.GetDoc(), "<Settings/>");
-  EXPECT_EQ(config_.GetInt("a", 42), 42);
-}
-
-TEST_F(ConfigDataTest, FreshWriteHasTheDocumentedLayout) {
-  config_.BeginWriting();
-  ASSERT_EQ(config_.SetInt("a", 1), 1);
-  ASSERT_EQ(config_.SetFloat("f", 0.1234567f), 1);
-  EXPECT_EQ(doc_.GetDoc(),
+TEST(ConfigData, MarkerReadsOneAndWritesNeedABlock) {
+  XmlDocument doc;
+  ConfigData config(&doc);
+  EXPECT_EQ(config.GetInt("!", 0), 1);
+  EXPECT_EQ(config.SetInt("a", 1), 0);
+  ASSERT_TRUE(doc.SetDoc("<Settings/>"));
+  EXPECT_EQ(config.SetPath("a", "p") + config.GetInt("a", 42), 42);
+  EXPECT_EQ(doc.GetDoc(), "<Settings/>");
+  config.BeginWriting();
+  EXPECT_EQ(config.SetInt("!", 1), 1);
+  EXPECT_EQ(config.SetInt("a", 1), 1);
+  EXPECT_EQ(config.SetFloat("f", 0.1234567f), 1);
+  EXPECT_EQ(doc.GetDoc(),  // "!" is never stored; floats keep six decimals
             "<Settings>\r\n<ConfigData>\r\n<data name=\"a\" type=\"int\">1</data>\r\n"
-            "<data name=\"f\" type=\"float\">0.123457</data>\r\n</ConfigData>\r\n</Settings>\r\n");
+            "<data name=\"f\" type=\"float\">0.123457</data>\r\n</ConfigData>\r\n</Settings>");
+  EXPECT_EQ(config.GetFloat("f", 0.0f), 0.123457f);
 }
 
-TEST_F(ConfigDataTest, ValuesRoundTripByType) {
+TEST(ConfigData, ValuesRoundTripByType) {
   const std::string text = "  a <b> & \"c\" 'd'\r\nline ";
-  config_.BeginWriting();
-  config_.SetInt("i", -17);
-  config_.SetInt("min", INT32_MIN);
-  config_.SetFloat("f", -2.5f);
-  config_.SetString("s", text.c_str());
-  config_.SetString("empty", "");
-  config_.SetPath("p", "/some dir/file.png");
-  config_.SetString("k\"<&'", "key with entities");
-  EXPECT_EQ(config_.GetInt("i", 0), -17);
-  EXPECT_EQ(config_.GetInt("min", 0), INT32_MIN);
-  EXPECT_EQ(config_.GetFloat("f", 0.0f), -2.5f);
-  EXPECT_EQ(config_.GetString("s", ""), text);
-  EXPECT_STREQ(config_.GetString("empty", "default"), "");
-  EXPECT_STREQ(config_.GetString("k\"<&'", ""), "key with entities");
+  XmlDocument doc;
+  ConfigData config(&doc);
+  config.BeginWriting();
+  config.SetInt("i", INT32_MIN);
+  config.SetFloat("f", -2.5f);
+  config.SetString("s", text.c_str());
+  config.SetString("empty", "");
+  config.SetPath("k\"<&'", "/some dir/file.png");
+  EXPECT_EQ(config.GetInt("i", 0), INT32_MIN);
+  EXPECT_EQ(config.GetFloat("f", 0.0f), -2.5f);
+  EXPECT_EQ(config.GetString("s", ""), text);
+  EXPECT_STREQ(config.GetString("empty", "default"), "");
   bool used_default = true;
-  EXPECT_EQ(config_.GetPath("p", "", &used_default), "/some dir/file.png");
+  EXPECT_EQ(config.GetPath("k\"<&'", "", &used_default), "/some dir/file.png");
   EXPECT_FALSE(used_default);
-  EXPECT_EQ(config_.GetPath("missing", "def", &used_default), "def");
+  EXPECT_EQ(config.GetPath("missing", "def", &used_default), "def");
   EXPECT_TRUE(used_default);
-  EXPECT_EQ(config_.GetFloat("F", 7.0f), 7.0f);  // keys are case-sensitive
-}
-
-TEST_F(ConfigDataTest, FloatsKeepSixDecimals) {
-  config_.BeginWriting();
-  config_.SetFloat("f", 0.1234567f);
-  EXPECT_NE(doc_.GetDoc().find(">0.123457<"), std::string::npos);
-  EXPECT_EQ(config_.GetFloat("f", 0.0f), 0.123457f);
-}
-
-TEST_F(ConfigDataTest, AKeyWrittenTwiceKeepsBothAndReadsTheFirst) {
-  config_.BeginWriting();
-  config_.SetInt("a", 1);
-  config_.SetInt("a", 2);
-  EXPECT_EQ(Count(doc_.GetDoc(), "name=\"a\""), 2u);
-  EXPECT_EQ(config_.GetInt("a", 0), 1);
-}
-
-TEST_F(ConfigDataTest, TypeAttributeIsNotChecked) {
-  ASSERT_TRUE(doc_.SetDoc(
-      "<Settings><ConfigData><data name='f' type='float'>3.750000</data>"
-      "<data name='i' type='int'>12</data><data type='int'>5</data></ConfigData></Settings>"));
-  EXPECT_EQ(config_.GetInt("f", 0), 3);
-  EXPECT_EQ(config_.GetFloat("i", 0.0f), 12.0f);
-  EXPECT_STREQ(config_.GetString("f", ""), "3.750000");
-  EXPECT_EQ(config_.GetInt("", -1), -1);  // an element without a name matches no key
-}
-
-TEST_F(ConfigDataTest, BeginWritingStartsANewBlockThatReadsSee) {
-  config_.BeginWriting();
-  config_.SetInt("a", 1);
-  config_.SetInt("old", 5);
-  config_.BeginWriting();
-  config_.SetInt("a", 2);
-  EXPECT_EQ(Count(doc_.GetDoc(), "<Settings"), 1u);
-  EXPECT_EQ(Count(doc_.GetDoc(), "<ConfigData"), 2u);
-  EXPECT_EQ(config_.GetInt("a", 0), 2);
-  EXPECT_EQ(config_.GetInt("old", -1), -1);  // the newest block is the store
-}
-
-TEST_F(ConfigDataTest, IgnoredKeysAreNotWrittenButStillRead) {
-  ASSERT_TRUE(doc_.SetDoc("<Settings><ConfigData><data name='k3'>9</data></ConfigData></Settings>"));
-  for (int i = 0; i < ConfigData::kMaxIgnoredKeys; ++i) {
-    EXPECT_TRUE(config_.AddIgnoredKey(("k" + std::to_string(i)).c_str()));
-  }
-  EXPECT_FALSE(config_.AddIgnoredKey("one too many"));
-  const std::string before = doc_.GetDoc();
-  EXPECT_EQ(config_.SetInt("k15", 1), 1);
-  EXPECT_EQ(config_.SetString("k0", "x"), 1);
-  EXPECT_EQ(doc_.GetDoc(), before);
-  EXPECT_EQ(config_.GetInt("k3", 0), 9);
-  EXPECT_EQ(config_.SetInt("one too many", 1), 1);
-  EXPECT_NE(doc_.GetDoc(), before);
-}
-
-TEST_F(ConfigDataTest, StringsShareOneBuffer) {
-  config_.BeginWriting();
-  config_.SetString("a", "first");
-  config_.SetString("b", "second");
-  const char* first = config_.GetString("a", "");
-  EXPECT_STREQ(first, "first");
-  const char* second = config_.GetString("b", "");
-  EXPECT_EQ(first, second);
-  EXPECT_STREQ(second, "second");
+  EXPECT_EQ(config.GetFloat("F", 7.0f), 7.0f);  // keys are case-sensitive
+  const char* first = config.GetString("s", "");
+  EXPECT_EQ(config.GetString("empty", ""), first);  // one buffer for all string reads
   const char* def = "default";
-  EXPECT_EQ(config_.GetString("missing", def), def);
+  EXPECT_EQ(config.GetString("missing", def), def);
 }
 
-// --- Number texts -----------------------------------------------------------
+TEST(ConfigData, ReadsTheFirstMatchWhateverItsType) {
+  XmlDocument doc;
+  ConfigData config(&doc);
+  ASSERT_TRUE(
+      doc.SetDoc("<Settings><ConfigData><data type='int'>5</data><data name='f' type='float'>3.750000</data>"
+                 "<data name='i' type='int'>12</data><data name='i'>13</data></ConfigData></Settings>"));
+  EXPECT_EQ(config.GetInt("f", 0), 3);
+  EXPECT_EQ(config.GetFloat("i", 0.0f), 12.0f);
+  EXPECT_EQ(config.GetInt("", -1), -1);  // an element without a name matches no key
+  config.BeginWriting();
+  config.SetInt("a", 1);
+  config.SetInt("a", 2);  // written twice: both stay, the first is read
+  EXPECT_EQ(Count(doc.GetDoc(), "name=\"a\""), 2u);
+  EXPECT_EQ(config.GetInt("a", 0), 1);
+  EXPECT_EQ(config.GetInt("i", -1), -1);  // the newest block is the store
+  EXPECT_EQ(Count(doc.GetDoc(), "<ConfigData"), 2u);
+}
+
+TEST(ConfigData, IgnoredKeysAreNotWrittenButStillRead) {
+  XmlDocument doc;
+  ConfigData config(&doc);
+  ASSERT_TRUE(doc.SetDoc("<Settings><ConfigData><data name='k3'>9</data></ConfigData></Settings>"));
+  for (int i = 0; i < ConfigData::kMaxIgnoredKeys; ++i)
+    EXPECT_TRUE(config.AddIgnoredKey(("k" + std::to_string(i)).c_str()));
+  EXPECT_FALSE(config.AddIgnoredKey("one too many"));
+  EXPECT_EQ(config.SetInt("k15", 1) + config.SetString("k0", "x"), 2);
+  EXPECT_EQ(Count(doc.GetDoc(), "<data"), 1u);
+  EXPECT_EQ(config.GetInt("k3", 0), 9);
+}
 
 TEST(NumberText, ScansLikeStrtolAndStrtof) {
   const struct {
     const char* text;
     int32_t i;
     float f;
-  } kCases[] = {
-      {"12", 12, 12.0f},         {"  -3", -3, -3.0f},          {"+4", 4, 4.0f},
-      {"7abc", 7, 7.0f},         {"abc", 0, 0.0f},             {"", 0, 0.0f},
-      {"0.750000", 0, 0.75f},    {"1e3", 1, 1000.0f},          {"010", 10, 10.0f},
-      {"99999999999", INT32_MAX, 99999999999.0f},              {"-99999999999", INT32_MIN, -99999999999.0f},
-      {"1e999", 1, INFINITY},    {"-", 0, 0.0f},
-  };
+  } kCases[] = {{"12", 12, 12.0f},
+                {"  -3", -3, -3.0f},
+                {"+4", 4, 4.0f},
+                {"7abc", 7, 7.0f},
+                {"abc", 0, 0.0f},
+                {"", 0, 0.0f},
+                {"0.750000", 0, 0.75f},
+                {"1e3", 1, 1000.0f},
+                {"010", 10, 10.0f},
+                {"1e999", 1, INFINITY},
+                {"99999999999", INT32_MAX, 99999999999.0f},
+                {"-99999999999", INT32_MIN, -99999999999.0f}};
   for (const auto& c : kCases) {
     XmlDocument doc;
     ConfigData config(&doc);
@@ -174,14 +125,12 @@ TEST(NumberText, ScansLikeStrtolAndStrtof) {
     EXPECT_EQ(config.GetFloat("v", -1.0f), c.f) << c.text;
   }
   EXPECT_EQ(ScanInt("0x1F", 0), 31);  // "%i" takes C prefixes
-  EXPECT_EQ(ScanInt("0x1F", 10), 0);
   EXPECT_EQ(ScanInt("junk", 0), std::nullopt);
   EXPECT_EQ(ScanFloat("junk"), std::nullopt);
 }
 
 TEST(NumberText, FormatsLikePrintfInTheCLocale) {
-  std::vector<float> values = {0.0f, -0.0f, 1e-7f, 0.5f, 0.0078125f, -1.5f, 3.4028235e38f,
-                               -3.4028235e38f, 1.17549435e-38f, 123456.789f};
+  std::vector<float> values = {0.0f, -0.0f, 1e-7f, 0.0078125f, 3.4028235e38f, -1.17549435e-38f};
   std::mt19937 random(7);
   std::uniform_real_distribution<float> spread(-1000.0f, 1000.0f);
   for (int i = 0; i < 2000; ++i) values.push_back(spread(random));
@@ -195,18 +144,9 @@ TEST(NumberText, FormatsLikePrintfInTheCLocale) {
 
 TEST(NumberText, IgnoresACommaLocale) {
   const std::string saved = std::setlocale(LC_ALL, nullptr);
-  bool comma = false;
-  for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "de_DE", "fr_FR", "ru_RU.UTF-8"}) {
-    char probe[16];
-    if (std::setlocale(LC_ALL, name) && std::snprintf(probe, sizeof probe, "%.1f", 0.5) > 0 &&
-        std::string(probe) == "0,5") {
-      comma = true;
-      break;
-    }
-  }
-  if (!comma) {
-    std::setlocale(LC_ALL, saved.c_str());
-    GTEST_SKIP() << "no locale with a decimal comma is installed";
+  char probe[8] = "";
+  for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "de_DE", "fr_FR"}) {
+    if (std::setlocale(LC_ALL, name) && std::snprintf(probe, sizeof probe, "%.1f", 0.5) && probe[1] == ',') break;
   }
   XmlDocument doc;
   ConfigData config(&doc);
@@ -215,22 +155,19 @@ TEST(NumberText, IgnoresACommaLocale) {
   const float read = config.GetFloat("f", 0.0f);
   const std::optional<float> scanned = ScanFloat("0.25");
   std::setlocale(LC_ALL, saved.c_str());
+  if (probe[1] != ',') GTEST_SKIP() << "no locale with a decimal comma is installed";
   EXPECT_NE(doc.GetDoc().find(">0.500000<"), std::string::npos);
   EXPECT_EQ(read, 0.5f);
   EXPECT_EQ(scanned, 0.25f);
 }
 
-// --- SettingsDocument -------------------------------------------------------
-
-TEST(SettingsDocument, FreshDocumentMakesAnEffectWriteItsDefaults) {
+TEST(SettingsDocument, AnswersTheMarkerOnlyForAStoredBlock) {
   SettingsDocument store;
   EXPECT_EQ(store.GetInt("!", 0), 0);
-  // An effect's configuration step: on 0 it writes the marker and its defaults.
-  store.BeginWriting();
+  store.BeginWriting();  // what an effect does on 0
   store.SetInt("!", 1);
   store.SetInt("mode", 2);
-  EXPECT_EQ(store.GetInt("!", 0), 1);
-  EXPECT_EQ(store.GetInt("mode", 0), 2);
+  EXPECT_EQ(store.GetInt("!", 0) + store.GetInt("mode", 0), 3);
   store.Clear();
   EXPECT_EQ(store.GetInt("!", 7), 7);
   EXPECT_EQ(store.Text(), "");
@@ -239,80 +176,50 @@ TEST(SettingsDocument, FreshDocumentMakesAnEffectWriteItsDefaults) {
 TEST(SettingsDocument, LoadKeepsTheDocumentOnFailure) {
   SettingsDocument store;
   ASSERT_TRUE(store.Load("<Settings><ConfigData><data name='a'>4</data></ConfigData></Settings>"));
-  EXPECT_EQ(store.GetInt("a", 0), 4);
   const struct {
     const char* text;
     const char* error;
-  } kCases[] = {
-      {"", "Element tag not found"},
-      {"<Settings><a></Settings>", "End tag does not correspond to a"},
-      {"<Other/>", "Settings element not found"},
-  };
+  } kCases[] = {{"", "Element tag not found"},
+                {"<Settings><a></Settings>", "End tag does not correspond to a"},
+                {"<Other/>", "Settings element not found"}};
   for (const auto& c : kCases) {
     EXPECT_FALSE(store.Load(c.text));
     EXPECT_EQ(store.GetError(), c.error);
     EXPECT_EQ(store.GetInt("a", 0), 4);
   }
   ASSERT_TRUE(store.Load("<Settings/>"));
-  EXPECT_EQ(store.GetError(), "");
-  EXPECT_EQ(store.GetInt("!", 0), 0);
+  EXPECT_EQ(store.GetError() + std::to_string(store.GetInt("!", 0)), "0");
 }
 
-class SettingsFileTest : public testing::Test {
- protected:
-  void SetUp() override {
-    std::string pattern = testing::TempDir() + "settings_XXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir_ = pattern;
-    path_ = dir_ + "/preset.xml";
-  }
-  void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
-  static std::string Read(const std::string& path) {
-    std::ostringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-  }
-  static void Write(const std::string& path, const std::string& text) { std::ofstream(path) << text; }
-
-  std::string dir_, path_;
-};
-
-TEST_F(SettingsFileTest, SavesAndLoadsWithoutLeavingATemporaryFile) {
-  SettingsDocument store;
+TEST(SettingsDocument, FilesAreSavedSafelyAndLoadedWithClearErrors) {
+  std::string dir = testing::TempDir() + "settings_XXXXXX";
+  ASSERT_NE(mkdtemp(dir.data()), nullptr);
+  const std::string path = dir + "/preset.xml";
+  SettingsDocument store, loaded;
   store.BeginWriting();
   store.SetString("s", "a & b");
-  ASSERT_TRUE(store.SaveToFile(path_)) << store.GetError();
-  EXPECT_EQ(access((path_ + ".tmp").c_str(), F_OK), -1);
-  EXPECT_EQ(Read(path_), store.Text());
-  SettingsDocument loaded;
-  ASSERT_TRUE(loaded.LoadFromFile(path_)) << loaded.GetError();
-  EXPECT_STREQ(loaded.GetString("s", ""), "a & b");
-}
+  ASSERT_TRUE(store.SaveToFile(path)) << store.GetError();
+  EXPECT_EQ(access((path + ".tmp").c_str(), F_OK), -1);
+  ASSERT_TRUE(loaded.LoadFromFile(path)) << loaded.GetError();
+  EXPECT_EQ(loaded.Text(), store.Text());
 
-TEST_F(SettingsFileTest, AFailedSaveKeepsThePreviousFile) {
-  Write(path_, "previous");
-  ASSERT_EQ(mkdir((path_ + ".tmp").c_str(), 0755), 0);  // the temporary cannot be created
-  SettingsDocument store;
-  EXPECT_FALSE(store.SaveToFile(path_));
-  EXPECT_EQ(store.GetError().rfind("Cannot create " + path_ + ".tmp: ", 0), 0u) << store.GetError();
-  EXPECT_EQ(Read(path_), "previous");
-  EXPECT_FALSE(store.SaveToFile(dir_ + "/missing/preset.xml"));
-}
+  ASSERT_EQ(mkdir((path + ".tmp").c_str(), 0755), 0);  // the temporary cannot be created
+  EXPECT_FALSE(store.SaveToFile(path));
+  EXPECT_EQ(store.GetError(), "Cannot create " + path + ".tmp: Is a directory");
+  EXPECT_TRUE(loaded.LoadFromFile(path));  // the previous file is intact
 
-TEST_F(SettingsFileTest, LoadErrorsNameTheFileAndTheCause) {
-  SettingsDocument store;
-  EXPECT_FALSE(store.LoadFromFile(path_));
-  EXPECT_EQ(store.GetError(), "File not found: " + path_);
-  EXPECT_FALSE(store.LoadFromFile(dir_));
-  EXPECT_EQ(store.GetError(), "Cannot read " + dir_ + ": Is a directory");
-  Write(path_, "<Settings><ConfigData>");
-  EXPECT_FALSE(store.LoadFromFile(path_));
-  EXPECT_EQ(store.GetError(), path_ + ": End tag of ConfigData element not found");
-  const int fd = open(path_.c_str(), O_WRONLY | O_TRUNC);
-  ASSERT_EQ(ftruncate(fd, SettingsDocument::kMaxFileSize + 1), 0);
-  close(fd);
-  EXPECT_FALSE(store.LoadFromFile(path_));
-  EXPECT_EQ(store.GetError(), "File too large: " + path_ + " (the limit is 16 MiB)");
+  EXPECT_FALSE(loaded.LoadFromFile(dir + "/missing"));
+  EXPECT_EQ(loaded.GetError(), "File not found: " + dir + "/missing");
+  EXPECT_FALSE(loaded.LoadFromFile(dir));
+  EXPECT_EQ(loaded.GetError(), "Cannot read " + dir + ": Is a directory");
+  std::ofstream(path) << "<Settings><ConfigData>";
+  EXPECT_FALSE(loaded.LoadFromFile(path));
+  EXPECT_EQ(loaded.GetError(), path + ": End tag of ConfigData element not found");
+  ASSERT_EQ(truncate(path.c_str(), SettingsDocument::kMaxFileSize + 1), 0);
+  EXPECT_FALSE(loaded.LoadFromFile(path));
+  EXPECT_EQ(loaded.GetError(), "File too large: " + path + " (the limit is 16 MiB)");
+  EXPECT_STREQ(loaded.GetString("s", ""), "a & b");  // failed loads changed nothing
+  std::system(("rm -rf '" + dir + "'").c_str());
 }
 
 }  // namespace
