@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -31,7 +30,8 @@ struct PublishedOutput {
 struct EffectDescription {
   std::vector<SettingEntry> settings;
   std::vector<orrery::DynVar> dynvars;  // copies of the declared nodes
-  std::vector<SliderRecord> sliders;
+  std::vector<SliderRecord> sliders;  // value pointers cleared: the effect is gone
+  std::vector<float> slider_values;  // each slider's value as the fresh effect had it
   std::vector<SettingRecord> described;
   std::vector<PublishedOutput> outputs;
 };
@@ -46,6 +46,10 @@ EffectDescription Describe(const Package& package, const EffectEntry& entry) {
     d.settings = ReadSettingEntries(host.Store().Text());
     for (orrery::DynVar* v : host.DeclaredDynVars()) d.dynvars.push_back(*v);
     d.sliders = host.Sliders();
+    for (SliderRecord& s : d.sliders) {
+      d.slider_values.push_back(s.value ? *s.value : 0.0f);
+      s.value = nullptr;
+    }
     d.described = host.DescribedSettings();
     orrery::VisitOutputValues(
         effect.get(),
@@ -60,10 +64,36 @@ EffectDescription Describe(const Package& package, const EffectEntry& entry) {
 // Dynamic-variable and slider numbers are floats: shortest exact text.
 std::string JsonFloat(float value) { return std::isfinite(value) ? FloatText(value) : "null"; }
 
+// -?(0|[1-9][0-9]*)(.[0-9]+)?([eE][-+]?[0-9]+)? : the number grammar of JSON.
+bool IsJsonNumber(const std::string& text) {
+  size_t i = 0;
+  const size_t n = text.size();
+  auto digits = [&] {
+    const size_t start = i;
+    while (i < n && text[i] >= '0' && text[i] <= '9') ++i;
+    return i - start;
+  };
+  if (i < n && text[i] == '-') ++i;
+  if (i < n && text[i] == '0') {
+    ++i;
+  } else if (digits() == 0) {
+    return false;
+  }
+  if (i < n && text[i] == '.') {
+    ++i;
+    if (digits() == 0) return false;
+  }
+  if (i < n && (text[i] == 'e' || text[i] == 'E')) {
+    ++i;
+    if (i < n && (text[i] == '+' || text[i] == '-')) ++i;
+    if (digits() == 0) return false;
+  }
+  return i == n;
+}
+
 // Stored number texts are JSON numbers already; anything else is quoted.
 std::string JsonValue(const SettingEntry& s) {
-  static const std::regex number(R"(-?(0|[1-9][0-9]*)(\.[0-9]+)?([eE][-+]?[0-9]+)?)");
-  if ((s.type == "int" || s.type == "float") && std::regex_match(s.value, number)) return s.value;
+  if ((s.type == "int" || s.type == "float") && IsJsonNumber(s.value)) return s.value;
   return JsonString(s.value);
 }
 
@@ -102,7 +132,7 @@ void PrintJson(const EffectEntry& e, const EffectDescription& d) {
     const SliderRecord& s = d.sliders[i];
     out += std::string(i ? "," : "") + "\n    {\"name\": " + JsonString(s.name) + ", \"min\": " +
            JsonFloat(s.minimum) + ", \"max\": " + JsonFloat(s.maximum) + ", \"value\": " +
-           JsonFloat(s.value ? *s.value : 0.0f) + "}";
+           JsonFloat(d.slider_values[i]) + "}";
   }
   out += std::string(d.sliders.empty() ? "" : "\n  ") + "],\n  \"outputs\": [";
   for (size_t i = 0; i < d.outputs.size(); ++i) {
