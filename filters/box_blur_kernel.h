@@ -14,9 +14,17 @@ namespace nimbo {
 
 inline constexpr int32_t kBoxBlurMaxRadius = 255;
 
+// Up to this radius the window sum plus r stays below 2^16 (255 d + r), and
+// (sum + r) / d equals ((sum + r) * word_multiplier >> 16) >> word_shift for
+// every sum (tests check each radius over its whole range); the SIMD
+// versions then work on 16-bit words, twice as many per register.
+inline constexpr int32_t kBoxBlurWordMaxRadius = 100;
+
 struct BoxBlurParams {
-  int32_t radius;      // 0 .. kBoxBlurMaxRadius
-  float inv_divisor;   // 1 / (2 radius + 1), for the SIMD versions
+  int32_t radius;            // 0 .. kBoxBlurMaxRadius
+  float inv_divisor;         // 1 / (2 radius + 1), for the SIMD versions
+  uint16_t word_multiplier;  // 0 when the radius is outside 1 .. kBoxBlurWordMaxRadius
+  int32_t word_shift;
 };
 
 BoxBlurParams MakeBoxBlurParams(int32_t radius);

@@ -80,6 +80,56 @@ TEST(BoxBlurKernel, SimdMatchesScalarAtEveryRadius) {
   }
 }
 
+// The word path's multiply-high must equal the division for every window sum
+// a radius can produce (0 .. 255 d), and must be off beyond its radii.
+TEST(BoxBlurKernel, WordReciprocalIsExactOverTheWholeSumRange) {
+  for (int32_t r = 0; r <= nimbo::kBoxBlurMaxRadius; ++r) {
+    const nimbo::BoxBlurParams params = nimbo::MakeBoxBlurParams(r);
+    if (r == 0 || r > nimbo::kBoxBlurWordMaxRadius) {
+      EXPECT_EQ(params.word_multiplier, 0) << "radius " << r;
+      continue;
+    }
+    ASSERT_NE(params.word_multiplier, 0) << "radius " << r;
+    const uint32_t d = uint32_t(2 * r + 1);
+    for (uint32_t sum = 0; sum <= 255 * d; ++sum) {
+      const uint32_t x = sum + uint32_t(r);
+      ASSERT_LT(x, 65536u);
+      ASSERT_EQ((x * params.word_multiplier) >> 16 >> params.word_shift, x / d) << "radius " << r << " sum " << sum;
+    }
+  }
+}
+
+// Long rows of extreme bytes keep the 16-bit running sum near its top for
+// thousands of steps; odd lengths leave tails, the +1 offsets misalign.
+TEST(BoxBlurKernel, WordPathMatchesScalarOnLongRows) {
+  std::mt19937 rng(21);
+  std::vector<nimbo::BoxBlurRowPairFn> pairs = {nimbo::BoxBlurRowPairSse2};
+  if (nimbo::CpuHasAvx2()) pairs.push_back(nimbo::BoxBlurRowPairAvx2);
+  for (int32_t radius : {1, 2, 7, 64, 99, 100, 101}) {
+    const nimbo::BoxBlurParams params = nimbo::MakeBoxBlurParams(radius);
+    for (size_t count : {3u, 5u, 1001u, 1923u}) {
+      std::vector<uint32_t> rows[2], padded[2], ref[2];
+      for (int32_t i = 0; i < 2; ++i) {
+        rows[i].resize(count);
+        for (size_t x = 0; x < count; ++x) rows[i][x] = (x / 300) % 2 ? 0xFFFFFFFF : rng() % 3 ? rng() : 0;
+        padded[i].assign(count + 2 * radius + 2, 0);
+        nimbo::BoxBlurPadRow(rows[i].data(), padded[i].data() + 1, count, radius);
+        ref[i].assign(count + 1, 0);
+        nimbo::BoxBlurRowScalar(padded[i].data() + 1, ref[i].data() + 1, count, params);
+      }
+      std::vector<uint32_t> one(count + 1);
+      nimbo::BoxBlurRowSse2(padded[1].data() + 1, one.data() + 1, count, params);
+      ASSERT_EQ(one, ref[1]) << "radius " << radius << " count " << count;
+      for (nimbo::BoxBlurRowPairFn fn : pairs) {
+        std::vector<uint32_t> out0(count + 1), out1(count + 1);
+        fn(padded[0].data() + 1, padded[1].data() + 1, out0.data() + 1, out1.data() + 1, count, params);
+        ASSERT_EQ(out0, ref[0]) << "radius " << radius << " count " << count;
+        ASSERT_EQ(out1, ref[1]) << "radius " << radius << " count " << count;
+      }
+    }
+  }
+}
+
 TEST(FastHBlur, MatchesTheDefinitionForEachPassCount) {
   for (auto [w, h, r, passes] : {std::tuple{37, 5, 3, 1}, std::tuple{38, 4, 3, 2}, std::tuple{16, 3, 9, 3},
                                  std::tuple{5, 4, 40, 1}, std::tuple{1, 6, 2, 2}, std::tuple{64, 2, 0, 3}}) {
