@@ -1,5 +1,5 @@
 // Per-frame cost at 1920x1080 of the keying kernels (ChromaKeyPRO scalar,
-// SSE2, AVX2, the key table's build and apply; XtractAlpha; ColorTrafo), each
+// SSE2, AVX2, AVX-512, the key table's build and apply; XtractAlpha; ColorTrafo), each
 // beside the cost of copying one frame on the same core in the same run.
 // Compare the ratios, not the absolute times: the machines are shared.
 #include <benchmark/benchmark.h>
@@ -65,21 +65,33 @@ void BM_KeyAvx2(benchmark::State& state) {
   if (!CpuHasAvx2()) return state.SkipWithError("no AVX2");
   RunKey(state, ChromaKeyAvx2);
 }
+void BM_KeyAvx512(benchmark::State& state) {
+  if (!CpuHasKeyAvx512()) return state.SkipWithError("no AVX-512 (F, BW, DQ, VBMI)");
+  RunKey(state, ChromaKeyAvx512);
+}
 BENCHMARK(BM_KeyScalar)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_KeySse2)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_KeyAvx2)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyAvx512)->Unit(benchmark::kMillisecond);
 
 // Where the time goes: the same clip with the identity alpha map (no LUT
 // lookup), and frames that are all screen (every pixel keyed) or all subject
-// (no pixel keyed).
-void BM_KeyAvx2IdentityMap(benchmark::State& state) {
-  if (!CpuHasAvx2()) return state.SkipWithError("no AVX2");
+// (no pixel keyed); for the AVX2 and the AVX-512 version.
+bool Supported(ChromaKeyFn fn, benchmark::State& state) {
+  if (fn == ChromaKeyAvx2 && !CpuHasAvx2()) return state.SkipWithError("no AVX2"), false;
+  if (fn == ChromaKeyAvx512 && !CpuHasKeyAvx512()) return state.SkipWithError("no AVX-512 (F, BW, DQ, VBMI)"), false;
+  return true;
+}
+template <ChromaKeyFn kFn>
+void BM_KeyIdentityMap(benchmark::State& state) {
+  if (!Supported(kFn, state)) return;
   ChromaKeyInputs in;
   in.key_rgb = 0x1830D0;
-  RunKey(state, ChromaKeyAvx2, MakeChromaKeyParams(in, BuildAlphaLut({})), Clip().frame);
+  RunKey(state, kFn, MakeChromaKeyParams(in, BuildAlphaLut({})), Clip().frame);
 }
-void BM_KeyAvx2AllScreen(benchmark::State& state) {
-  if (!CpuHasAvx2()) return state.SkipWithError("no AVX2");
+template <ChromaKeyFn kFn>
+void BM_KeyAllScreen(benchmark::State& state) {
+  if (!Supported(kFn, state)) return;
   // The screen colour with up to 8 steps of noise per channel: all inside the cone.
   static const std::vector<uint32_t> screen = [] {
     std::vector<uint32_t> px(kPixels);
@@ -87,16 +99,20 @@ void BM_KeyAvx2AllScreen(benchmark::State& state) {
     for (uint32_t& p : px) p = 0xFF1830D0u + (rng() & 0x070707) - 0x040404;
     return px;
   }();
-  RunKey(state, ChromaKeyAvx2, BenchParams(), screen);
+  RunKey(state, kFn, BenchParams(), screen);
 }
-void BM_KeyAvx2AllSubject(benchmark::State& state) {
-  if (!CpuHasAvx2()) return state.SkipWithError("no AVX2");
+template <ChromaKeyFn kFn>
+void BM_KeyAllSubject(benchmark::State& state) {
+  if (!Supported(kFn, state)) return;
   static const std::vector<uint32_t> subject(kPixels, 0xFFC08050);
-  RunKey(state, ChromaKeyAvx2, BenchParams(), subject);
+  RunKey(state, kFn, BenchParams(), subject);
 }
-BENCHMARK(BM_KeyAvx2IdentityMap)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_KeyAvx2AllScreen)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_KeyAvx2AllSubject)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyIdentityMap<ChromaKeyAvx2>)->Name("BM_KeyAvx2IdentityMap")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyAllScreen<ChromaKeyAvx2>)->Name("BM_KeyAvx2AllScreen")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyAllSubject<ChromaKeyAvx2>)->Name("BM_KeyAvx2AllSubject")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyIdentityMap<ChromaKeyAvx512>)->Name("BM_KeyAvx512IdentityMap")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyAllScreen<ChromaKeyAvx512>)->Name("BM_KeyAvx512AllScreen")->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_KeyAllSubject<ChromaKeyAvx512>)->Name("BM_KeyAvx512AllSubject")->Unit(benchmark::kMillisecond);
 
 void BM_KeyTableBuild(benchmark::State& state) {
   std::vector<uint32_t> table(kKeyTableWords);

@@ -1,6 +1,7 @@
 // Scalar references of the keying kernels, the key table build, and the
 // choice of version per CPU. The SIMD versions live in
-// chroma_key_kernel_sse2.cpp and chroma_key_kernel_avx2.cpp.
+// chroma_key_kernel_sse2.cpp, chroma_key_kernel_avx2.cpp and
+// chroma_key_kernel_avx512.cpp.
 #include "filters/chroma_key_kernel.h"
 
 #include <algorithm>
@@ -61,8 +62,18 @@ void ChromaKeyScalar(uint32_t* dst, const uint32_t* bg, size_t count, const Chro
   }
 }
 
+bool CpuHasKeyAvx512() {
+#if defined(__x86_64__) || defined(__i386__)
+  static const bool has = __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                          __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vbmi");
+  return has;
+#else
+  return false;
+#endif
+}
+
 ChromaKeyFn ChromaKeyKernel() {
-  static const ChromaKeyFn fn = CpuHasAvx2() ? ChromaKeyAvx2 : ChromaKeySse2;
+  static const ChromaKeyFn fn = CpuHasKeyAvx512() ? ChromaKeyAvx512 : CpuHasAvx2() ? ChromaKeyAvx2 : ChromaKeySse2;
   return fn;
 }
 

@@ -1,6 +1,6 @@
 // The per-pixel kernels of the keying filters, each a scalar reference plus
-// SSE2 and AVX2 versions that give the same bytes; *Kernel() answers the best
-// version for this CPU, chosen once.
+// SSE2 and AVX2 versions (and AVX-512 for the key) that give the same bytes;
+// *Kernel() answers the best version for this CPU, chosen once.
 //
 // Index:
 //   1. ChromaKey*      the chroma-cone key, in place on the frame
@@ -38,8 +38,8 @@
 // The SIMD versions go by blocks of four vectors. A block with no keyed
 // pixel is left as it is (or only recoloured); otherwise the alpha LUT is
 // skipped when it is the identity, and on AVX2 looked up for the whole block
-// by byte shuffles, straight from X' for every coloured key (see
-// SetAlphaLut). Each combination of null colour, noise radius and colour
+// by byte shuffles (on AVX-512 by two-register byte permutes), straight from
+// X' for every coloured key (see SetAlphaLut). Each combination of null colour, noise radius and colour
 // transform has its own loop.
 //
 // `bg` may be `dst` itself (a frame keyed over itself): each pixel's
@@ -58,6 +58,9 @@ using ChromaKeyFn = void (*)(uint32_t* dst, const uint32_t* bg, size_t count, co
 void ChromaKeyScalar(uint32_t* dst, const uint32_t* bg, size_t count, const ChromaKeyParams& params);
 void ChromaKeySse2(uint32_t* dst, const uint32_t* bg, size_t count, const ChromaKeyParams& params);
 void ChromaKeyAvx2(uint32_t* dst, const uint32_t* bg, size_t count, const ChromaKeyParams& params);
+// Needs AVX-512 F, BW, DQ and VBMI: call it only when CpuHasKeyAvx512().
+void ChromaKeyAvx512(uint32_t* dst, const uint32_t* bg, size_t count, const ChromaKeyParams& params);
+bool CpuHasKeyAvx512();
 ChromaKeyFn ChromaKeyKernel();
 
 // ---- 2. the key table -------------------------------------------------------------------

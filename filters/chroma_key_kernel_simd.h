@@ -1,8 +1,8 @@
 // The SIMD bodies of the keying kernels, written once over a vector type V of
-// 32-bit lanes (one pixel per lane) and included by the SSE2 and the AVX2
-// translation unit, each after defining its V. Only those two files include
-// this; everything here has internal linkage, so the AVX2 instantiations can
-// never stand in for the SSE2 ones.
+// 32-bit lanes (one pixel per lane) and included by the SSE2, the AVX2 and
+// the AVX-512 translation unit, each after defining its V. Only those files
+// include this; everything here has internal linkage, so the instantiations
+// of one can never stand in for another's.
 //
 // V provides: T, kLanes, Load, Store, Set1, And, Or, AndNot (~a & b), Xor,
 // Add, Sub, Srai<n>, Srli<n>, Slli<n>, Madd (pairs of 16-bit products summed
@@ -12,7 +12,8 @@
 // byte paired with the luma weight), Gather (32-bit table entries),
 // LookUpAlpha (the alpha LUT over four vectors of indices 0..255),
 // kConeShuffles and LookUpCone (a over four vectors straight from X'),
-// KeyTableEntries, MulBytesShr8, AddsU8.
+// KeyTableEntries, MulBytesShr8, AddsU8; optionally Tables (see
+// LookupTablesOf).
 //
 // The arithmetic and the reasons no 16-bit operand overflows are in
 // chroma_key_kernel.h.
@@ -157,25 +158,39 @@ class KeyLanes {
 // only recoloured), and the alpha LUT is looked up for a whole block at once,
 // which is what V::LookUpAlpha needs to use byte shuffles. The rest goes
 // vector by vector with a gather, then pixel by pixel.
-// The two cache lines of 32 pixels (a block is at most that long).
-inline constexpr size_t kPrefetchPixels = 32;
+// The cache lines of kPixels pixels from `block`.
+template <size_t kPixels>
 inline void Prefetch(const uint32_t* block) {
-  __builtin_prefetch(block);
-  __builtin_prefetch(block + 16);
+  for (size_t k = 0; k < kPixels; k += 16) __builtin_prefetch(block + k);
 }
+
+// What LookUpAlpha and LookUpCone read: V::Tables, when V has one, built once
+// per call from the parameters (tables rearranged to stay in registers);
+// otherwise the parameters themselves.
+template <class V>
+struct LookupTablesOf {
+  using Type = const ChromaKeyParams&;
+};
+template <class V>
+  requires requires { typename V::Tables; }
+struct LookupTablesOf<V> {
+  using Type = const typename V::Tables;
+};
 
 template <class V, KeyMode kMode>
 void ChromaKeyLoop(uint32_t* dst, const uint32_t* bg, size_t count, const ChromaKeyParams& p) {
   using T = typename V::T;
   using Lanes = KeyLanes<V, kMode>;
   constexpr size_t kLanes = V::kLanes, kBlockVectors = 4, kBlock = kBlockVectors * kLanes;
-  static_assert(kBlock <= kPrefetchPixels, "Prefetch covers a block");
+  // Each block asks for as many pixels ahead as it covers, at least 32.
+  constexpr size_t kPrefetchPixels = kBlock > 32 ? kBlock : 32;
   constexpr bool recolour = kMode.recolour;
   constexpr size_t kPrefetchAhead = 512;  // pixels, 2 KiB: from 256 to 1024 all did as well
   const Lanes k(p);
   const bool lut_identity = p.lut_identity;
   // The identity LUT is skipped; any other is looked up from X' where V can.
   const bool cone_lookup = V::kConeShuffles && !lut_identity && p.cone_rows_usable;
+  typename LookupTablesOf<V>::Type tables(p);
 
   size_t i = 0;
   for (; i + kBlock <= count; i += kBlock) {
@@ -184,7 +199,7 @@ void ChromaKeyLoop(uint32_t* dst, const uint32_t* bg, size_t count, const Chroma
     // prefetcher alone left a third of the time there). The background is
     // asked for only while blocks are keyed: the subject never reads it.
     const bool ahead = i + kPrefetchAhead + kPrefetchPixels <= count;
-    if (ahead) Prefetch(dst + i + kPrefetchAhead);
+    if (ahead) Prefetch<kPrefetchPixels>(dst + i + kPrefetchAhead);
     typename Lanes::Projected f[kBlockVectors];
     T keyed = V::Set1(0);
     for (size_t j = 0; j < kBlockVectors; ++j) {
@@ -199,15 +214,15 @@ void ChromaKeyLoop(uint32_t* dst, const uint32_t* bg, size_t count, const Chroma
       }
       continue;
     }
-    if (bg && ahead) Prefetch(bg + i + kPrefetchAhead);
+    if (bg && ahead) Prefetch<kPrefetchPixels>(bg + i + kPrefetchAhead);
     T a[kBlockVectors];
     if (cone_lookup) {
       T x_cone[kBlockVectors];
       for (size_t j = 0; j < kBlockVectors; ++j) x_cone[j] = V::Sub(f[j].x, f[j].t);
-      V::LookUpCone(p, x_cone, a);
+      V::LookUpCone(tables, x_cone, a);
     } else {
       for (size_t j = 0; j < kBlockVectors; ++j) a[j] = k.RawAlpha(f[j]);
-      if (!lut_identity) V::LookUpAlpha(p, a);
+      if (!lut_identity) V::LookUpAlpha(tables, a);
     }
     // Vector j's background is read after vectors 0 .. j-1 are stored, which
     // is still before its own pixels are: `bg` may be `dst`.

@@ -144,7 +144,7 @@ TEST(ChromaKeyKernel, MatchesTheIndependentComputationOnRandomPictures) {
 
 TEST(ChromaKeyKernel, SimdVersionsGiveTheScalarBytesAtAnyWidthAndOffset) {
   std::mt19937 rng(11);
-  const bool avx2 = __builtin_cpu_supports("avx2");
+  const bool avx2 = __builtin_cpu_supports("avx2"), avx512 = CpuHasKeyAvx512();
   for (int trial = 0; trial < 400; ++trial) {
     const ChromaKeyParams params = RandomParams(rng);
     const size_t offset = rng() % 8, count = rng() % 70;
@@ -162,6 +162,9 @@ TEST(ChromaKeyKernel, SimdVersionsGiveTheScalarBytesAtAnyWidthAndOffset) {
       if (avx2) {
         ASSERT_EQ(run(ChromaKeyAvx2), want) << "trial " << trial << " mode " << mode;
       }
+      if (avx512) {
+        ASSERT_EQ(run(ChromaKeyAvx512), want) << "trial " << trial << " mode " << mode;
+      }
     }
   }
 }
@@ -174,7 +177,7 @@ TEST(ChromaKeyKernel, SimdVersionsGiveTheScalarBytesAtAnyWidthAndOffset) {
 // grows in steps of inv_mag / 256), so many keys are used.
 TEST(ChromaKeyKernel, SimdAlphaLookupsReachEveryEntry) {
   std::mt19937 rng(13);
-  const bool avx2 = __builtin_cpu_supports("avx2");
+  const bool avx2 = __builtin_cpu_supports("avx2"), avx512 = CpuHasKeyAvx512();
   std::vector<bool> seen(256);
   std::vector<uint32_t> keys = {0x1830D0u, 0x0000FFu, 0x20E030u, 0xC02040u, 0x808081u};
   while (keys.size() < 40) keys.push_back(rng() & 0xFFFFFF);
@@ -220,6 +223,11 @@ TEST(ChromaKeyKernel, SimdAlphaLookupsReachEveryEntry) {
         ChromaKeyAvx2(out.data(), back.data(), count, params);
         ASSERT_EQ(out, want) << "key " << std::hex << key << " trial " << trial;
       }
+      if (avx512) {
+        out.assign(src.begin() + offset, src.end());
+        ChromaKeyAvx512(out.data(), back.data(), count, params);
+        ASSERT_EQ(out, want) << "key " << std::hex << key << " trial " << trial;
+      }
     }
   }
   // The pictures reached every entry a keyed pixel can: X' >= 1 and
@@ -233,8 +241,10 @@ TEST(ChromaKeyKernel, SimdAlphaLookupsReachEveryEntry) {
 // blocks mixed, at odd widths and unaligned starts.
 TEST(ChromaKeyKernel, SimdVersionsHandleForegroundKeyedAndMixedBlocks) {
   std::mt19937 rng(17);
-  const bool avx2 = __builtin_cpu_supports("avx2");
-  size_t fore_blocks = 0, keyed_blocks = 0, mixed_blocks = 0;
+  const bool avx2 = __builtin_cpu_supports("avx2"), avx512 = CpuHasKeyAvx512();
+  // Per block length (32 pixels for AVX2, 64 for AVX-512): foreground,
+  // keyed and mixed blocks seen.
+  size_t fore_blocks[2] = {}, keyed_blocks[2] = {}, mixed_blocks[2] = {};
   for (int trial = 0; trial < 200; ++trial) {
     ChromaKeyInputs in;
     in.key_rgb = trial % 2 ? 0x1830D0 : 0x20E030;
@@ -247,22 +257,25 @@ TEST(ChromaKeyKernel, SimdVersionsHandleForegroundKeyedAndMixedBlocks) {
     ChromaKeyParams params = MakeChromaKeyParams(in, BuildAlphaLut(map));
     if (trial % 7 == 0) SetAlphaLut(params, RandomLut(rng));
 
-    const size_t offset = rng() % 8, count = rng() % 300;
+    const size_t offset = rng() % 8, count = rng() % 400;
     std::vector<uint32_t> src(offset + count);
     const uint32_t subject[] = {0xFFC08050, 0xFF302010, 0xFFFFFFFF, 0x00E04020};
     for (size_t i = 0; i < src.size();) {
-      const size_t run = 1 + rng() % (rng() % 2 ? 8 : 100);
+      const size_t run = 1 + rng() % (rng() % 2 ? 8 : 160);
       const bool keyed = rng() % 2;
       for (size_t j = i; j < std::min(src.size(), i + run); ++j) {
         src[j] = keyed ? (in.key_rgb ^ (rng() & 0x0F0F0F)) | (rng() & 0xFF000000u) : subject[rng() % 4];
       }
       i += run;
     }
-    // Count the 32-pixel blocks of each kind (the AVX2 version's blocks).
-    for (size_t b = offset; b + 32 <= src.size(); b += 32) {
-      size_t keyed = 0;
-      for (size_t j = b; j < b + 32; ++j) keyed += RawAlphaIndex(src[j], params) >= 0;
-      (keyed == 0 ? fore_blocks : keyed == 32 ? keyed_blocks : mixed_blocks) += 1;
+    // Count the blocks of each kind.
+    for (size_t kind = 0; kind < 2; ++kind) {
+      const size_t length = 32 << kind;
+      for (size_t b = offset; b + length <= src.size(); b += length) {
+        size_t keyed = 0;
+        for (size_t j = b; j < b + length; ++j) keyed += RawAlphaIndex(src[j], params) >= 0;
+        (keyed == 0 ? fore_blocks : keyed == length ? keyed_blocks : mixed_blocks)[kind] += 1;
+      }
     }
     const std::vector<uint32_t> back = RandomPixels(rng, src.size(), rng());
     for (int mode = 0; mode < 3; ++mode) {  // background, null colour, the frame over itself
@@ -277,11 +290,52 @@ TEST(ChromaKeyKernel, SimdVersionsHandleForegroundKeyedAndMixedBlocks) {
       if (avx2) {
         ASSERT_EQ(run(ChromaKeyAvx2), want) << "trial " << trial << " mode " << mode;
       }
+      if (avx512) {
+        ASSERT_EQ(run(ChromaKeyAvx512), want) << "trial " << trial << " mode " << mode;
+      }
     }
   }
-  EXPECT_GT(fore_blocks, 50u);
-  EXPECT_GT(keyed_blocks, 50u);
-  EXPECT_GT(mixed_blocks, 50u);
+  for (size_t kind = 0; kind < 2; ++kind) {
+    EXPECT_GT(fore_blocks[kind], 50u) << kind;
+    EXPECT_GT(keyed_blocks[kind], 50u) << kind;
+    EXPECT_GT(mixed_blocks[kind], 50u) << kind;
+  }
+}
+
+// Frames several rows long, so the AVX-512 version's 64-pixel blocks run far
+// enough to ask for memory ahead of themselves, in every loop it has: with a
+// background, the null colour or the frame over itself; with and without
+// the noise radius and the colour transform; with tan_factor and inv_mag
+// inside and outside the 16-bit multiply.
+TEST(ChromaKeyKernel, Avx512VersionGivesTheScalarBytesOnLongFramesInEveryLoop) {
+  if (!CpuHasKeyAvx512()) GTEST_SKIP() << "the CPU lacks AVX-512 F, BW, DQ or VBMI";
+  std::mt19937 rng(19);
+  bool loops_seen[8] = {};  // noise | recolour << 1 | madd16 << 2
+  for (int trial = 0; trial < 60; ++trial) {
+    const ChromaKeyParams params = RandomParams(rng);
+    const bool madd16 =
+        params.tan_factor >= 0 && params.tan_factor <= 0x7FFF && params.inv_mag >= 0 && params.inv_mag <= 0x7FFF;
+    loops_seen[size_t(params.noise_sq != 0) | size_t(params.colortrafo) << 1 | size_t(madd16) << 2] = true;
+    const size_t offset = rng() % 8, count = 4 * 1920 + rng() % 64;
+    // Runs of pixels near the key and far from it, so blocks of each kind.
+    std::vector<uint32_t> src = RandomPixels(rng, offset + count, rng());
+    const uint32_t key = rng() % 2 ? 0x0000FF : rng();
+    for (size_t i = 0; i < src.size(); i += 64 + rng() % 200) {
+      for (size_t j = i; j < std::min(src.size(), i + 100); ++j) src[j] = (key ^ (rng() & 0x0F0F0F)) | 0xFF000000u;
+    }
+    const std::vector<uint32_t> back = RandomPixels(rng, offset + count, rng());
+    for (int mode = 0; mode < 3; ++mode) {  // background, null colour, the frame over itself
+      auto run = [&](ChromaKeyFn fn) {
+        std::vector<uint32_t> out = src;
+        const uint32_t* bg = mode == 0 ? back.data() + offset : mode == 1 ? nullptr : out.data() + offset;
+        fn(out.data() + offset, bg, count, params);
+        return out;
+      };
+      ASSERT_EQ(run(ChromaKeyAvx512), run(ChromaKeyScalar)) << "trial " << trial << " mode " << mode;
+    }
+  }
+  EXPECT_EQ(std::count(std::begin(loops_seen), std::end(loops_seen), true), 8);
+  EXPECT_EQ(ChromaKeyKernel(), &ChromaKeyAvx512);  // chosen where the CPU has it
 }
 
 TEST(ChromaKeyMath, CoefficientsAndAlphaLut) {
