@@ -43,6 +43,9 @@ std::vector<std::string> DemoSettingsFor(const std::string& short_name) {
   if (short_name == "ReScaler") return {"in_w=64", "in_h=36"};                   // coarse blocks
   if (short_name == "ChromaKeyPRO") return {"chroma_rgb=0x1428D2", "angle=60"};  // the backdrop's blue
   if (short_name == "ColorTracker") return {"object_color=0xE61E1E", "debuginfo=1"};  // the red ball
+  if (short_name == "ColorTrafo") return {"hue=120", "sat=1.6"};
+  if (short_name == "ColorReducer") return {"bits=2"};
+  if (short_name == "Glitter") return {"threshold=150", "size=10", "spacing=16"};
   return {};
 }
 
