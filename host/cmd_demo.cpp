@@ -1,8 +1,11 @@
 // nimbo demo: every effect on generated media, as one short clip each and a
 // labelled contact sheet, with nothing asked of the user.
+#include <unistd.h>
+
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -49,6 +52,53 @@ std::vector<std::string> DemoSettingsFor(const std::string& short_name) {
   return {};
 }
 
+// Distorter shows nothing without line pairs: the demo hands it a preset
+// with a straight morph and a bent one (a horizontal line pulled into a
+// slope) and swings the sequence between them. The preset lives in the
+// temporary folder for the length of one render.
+class DistorterPreset {
+ public:
+  DistorterPreset(int32_t w, int32_t h) {
+    path_ = (std::filesystem::temp_directory_path() /
+             ("nimbo-demo-distorter-" + std::to_string(::getpid()) + ".xml")).string();
+    auto line = [](int morph, const char* end, double value) {
+      return "<data name=\"morph" + std::to_string(morph) + "line0_" + end + "\" type=\"float\">" +
+             std::to_string(value) + "</data>\r\n";
+    };
+    std::string text = "<Settings>\r\n<ConfigData>\r\n";
+    text += "<data name=\"use_filtering\" type=\"int\">1</data>\r\n<data name=\"n_morphs\" type=\"int\">2</data>\r\n";
+    text += "<data name=\"morph0name\" type=\"string\">Straight</data>\r\n<data name=\"morph0n_lines\" type=\"int\">0</data>\r\n";
+    text += "<data name=\"morph1name\" type=\"string\">Bent</data>\r\n<data name=\"morph1n_lines\" type=\"int\">1</data>\r\n";
+    text += line(1, "l1_p1_x", w * 0.2) + line(1, "l1_p1_y", h * 0.5) + line(1, "l1_p2_x", w * 0.8) +
+            line(1, "l1_p2_y", h * 0.5) + line(1, "l2_p1_x", w * 0.2) + line(1, "l2_p1_y", h * 0.3) +
+            line(1, "l2_p2_x", w * 0.8) + line(1, "l2_p2_y", h * 0.7);
+    text += "</ConfigData>\r\n</Settings>\r\n";
+    std::FILE* file = std::fopen(path_.c_str(), "wb");
+    if (!file) throw HostError("cannot write the demo's Distorter preset " + Quoted(path_));
+    const bool written = std::fwrite(text.data(), 1, text.size(), file) == text.size();
+    if (std::fclose(file) != 0 || !written) throw HostError("cannot write the demo's Distorter preset " + Quoted(path_));
+  }
+  ~DistorterPreset() {
+    std::error_code ignored;
+    std::filesystem::remove(path_, ignored);
+  }
+  const std::string& Path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+// The stage of `entry` with the demo's settings, and for Distorter its preset
+// and a sequence swing over the clip.
+StageOptions DemoStage(const EffectEntry& entry, const DemoOptions& o, const DistorterPreset* preset) {
+  StageOptions stage{entry.name, {}, DemoSettingsFor(entry.short_name), {}, {}, {}};
+  if (preset && entry.short_name == "Distorter") {
+    stage.preset = preset->Path();
+    stage.dyns.push_back("Sequence mixing progress=-0.89@0,0.89@" + std::to_string(double(o.frames) / kDemoFps));
+  }
+  return stage;
+}
+
 struct DemoResult {
   FrameBuffer middle;  // the tile
   std::string note;    // "no picture", "failed"
@@ -68,8 +118,10 @@ DemoResult RenderDemo(const Package& package, const EffectEntry& entry, const De
   }
   std::vector<std::unique_ptr<FrameSource>> sources;
   for (size_t i = 0; i < target->inputs.size(); ++i) sources.push_back(MakeDemoSource(MediaFor(*target, i), o.width, o.height, o.frames));
-  chain.Add(*target, StageOptions{target->name, {}, DemoSettingsFor(target->short_name), {}, {}, {}}, std::move(sources));
-  if (target != &entry) chain.Add(entry, StageOptions{entry.name, {}, DemoSettingsFor(entry.short_name), {}, {}, {}}, {});
+  std::unique_ptr<DistorterPreset> preset;
+  if (entry.short_name == "Distorter") preset = std::make_unique<DistorterPreset>(o.width, o.height);
+  chain.Add(*target, DemoStage(*target, o, preset.get()), std::move(sources));
+  if (target != &entry) chain.Add(entry, DemoStage(entry, o, preset.get()), {});
 
   auto output = CreateOutput(clip, o.width, o.height, OutputOptions{false, 23, kDemoFps});
   while (chain.FramesRendered() < o.frames) {
