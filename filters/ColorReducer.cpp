@@ -54,7 +54,6 @@ class CColorReducerDfx final : public CEffectBase {
   }
   void WriteSettings(orrery::ConfigStore& store) override {
     WriteRows<ColorReducerSettings>(store, kRows, settings_);
-    dynvars_.Save(store);
   }
   void DeclareHostControls() override {
     Declare();

@@ -73,7 +73,6 @@ class CGlitterDfx final : public CEffectBase {
   }
   void WriteSettings(orrery::ConfigStore& store) override {
     WriteRows<GlitterSettings>(store, kRows, settings_);
-    dynvars_.Save(store);
   }
   void DeclareHostControls() override {
     Declare();

@@ -62,7 +62,6 @@ class CRGBDisplacerDfx final : public CEffectBase {
   void ReadSettings(orrery::ConfigStore& store) override { ReadRows<Offsets>(store, kRows, settings_); }
   void WriteSettings(orrery::ConfigStore& store) override {
     WriteRows<Offsets>(store, kRows, settings_);
-    dynvars_.Save(store);
   }
   void DeclareHostControls() override {
     Declare();
