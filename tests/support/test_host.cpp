@@ -7,6 +7,7 @@
 namespace nimbo::testing {
 
 void* TestHost::GetMemory(int32_t slot, size_t bytes) {
+  if (refuse_memory) return nullptr;
   std::vector<uint8_t>& buffer = memory[slot];
   if (buffer.size() != bytes) buffer.assign(bytes, 0);
   return buffer.empty() ? nullptr : buffer.data();

@@ -45,6 +45,7 @@ class TestHost final : public orrery::HostContext {
   orrery::DynVar* dynvars = nullptr;
   std::map<int32_t, std::vector<uint8_t>> memory;
   int64_t time_ms = 0;
+  bool refuse_memory = false;  // the memory service has nothing to give
 
  private:
   int32_t width_;
