@@ -53,27 +53,30 @@ one_core "$bench" --benchmark_format=csv --benchmark_min_time=0.5 \
   --benchmark_filter='BM_FrameCopy|BM_TimeBlur2_n8|BM_RetinaKiller$|BM_FastHBlur' 2>/dev/null > "$tmp/ours.csv"
 ours() { awk -F, -v name="\"$1\"" '$1 == name { printf "%.3f", $4 }' "$tmp/ours.csv"; }
 copy=$(ours BM_FrameCopy)
+copy_alt=$(ours BM_FrameCopyAlternating)
 blur=$(ours BM_TimeBlur2_n8)
 retina=$(ours BM_RetinaKiller)
 h1=$(ours BM_FastHBlur/1)
 h8=$(ours BM_FastHBlur/8)
 h64=$(ours BM_FastHBlur/64)
+h255=$(ours BM_FastHBlur/255)
 
 echo "per frame at 1920x1080, one core, CPU ms:"
-printf '  %-34s %8s\n' "frame copy" "$copy" \
+printf '  %-34s %8s\n' "frame copy" "$copy" "frame copy, alternating sources" "$copy_alt" \
   "TimeBlur2 n=8" "$blur" "ffmpeg tmix=frames=8" "$tmix" \
   "Retina Killer" "$retina" "ffmpeg lagfun" "$lagfun" \
-  "Fast h-Blur r=1" "$h1" "Fast h-Blur r=8" "$h8" "Fast h-Blur r=64" "$h64" \
+  "Fast h-Blur r=1" "$h1" "Fast h-Blur r=8" "$h8" "Fast h-Blur r=64" "$h64" "Fast h-Blur r=255" "$h255" \
   "ffmpeg boxblur r=1 (h+v)" "$box1" "ffmpeg boxblur r=8 (h+v)" "$box8" "ffmpeg boxblur r=64 (h+v)" "$box64" \
   "ffmpeg avgblur 17x3" "$avg8" "ffmpeg avgblur 129x3" "$avg64"
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.1f", a / b }'; }
-echo "ratios:"
-echo "  TimeBlur2 / frame copy          $(ratio "$blur" "$copy")   (target <= 4)"
+echo "ratios (to the copy; to the copy of the same alternating frames the effects get):"
+echo "  TimeBlur2 / frame copy          $(ratio "$blur" "$copy"); $(ratio "$blur" "$copy_alt")   (target <= 4)"
 echo "  tmix / TimeBlur2                $(ratio "$tmix" "$blur")   (target >= 10)"
-echo "  Retina Killer / frame copy      $(ratio "$retina" "$copy")   (target <= 3)"
+echo "  Retina Killer / frame copy      $(ratio "$retina" "$copy"); $(ratio "$retina" "$copy_alt")   (target <= 3)"
 echo "  lagfun / Retina Killer          $(ratio "$lagfun" "$retina")   (target >= 5)"
-echo "  Fast h-Blur r=1 / frame copy    $(ratio "$h1" "$copy")   (target <= 4)"
-echo "  Fast h-Blur r=8 / frame copy    $(ratio "$h8" "$copy")"
-echo "  Fast h-Blur r=64 / frame copy   $(ratio "$h64" "$copy")"
+echo "  Fast h-Blur r=1 / frame copy    $(ratio "$h1" "$copy"); $(ratio "$h1" "$copy_alt")   (target <= 4 at any radius)"
+echo "  Fast h-Blur r=8 / frame copy    $(ratio "$h8" "$copy"); $(ratio "$h8" "$copy_alt")"
+echo "  Fast h-Blur r=64 / frame copy   $(ratio "$h64" "$copy"); $(ratio "$h64" "$copy_alt")"
+echo "  Fast h-Blur r=255 / frame copy  $(ratio "$h255" "$copy"); $(ratio "$h255" "$copy_alt")"
 echo "  boxblur r=8 / Fast h-Blur r=8   $(ratio "$box8" "$h8")"
 echo "  avgblur 17x3 / Fast h-Blur r=8  $(ratio "$avg8" "$h8")"

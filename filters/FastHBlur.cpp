@@ -51,11 +51,11 @@ class CFastHBlurDfx final : public CEffectBase {
     if (!in || !in->pixels || !output || !output->pixels) return 0;
     if (in->width != output->width || in->height != output->height || in->PixelCount() == 0) return 0;
     const size_t width = size_t(in->width);
-    // The row buffers follow the frame width; they are the only allocation.
-    const size_t padded_size = width + 2 * kBoxBlurMaxRadius + 1;
-    if (padded_[0].size() != padded_size) {
-      padded_[0].assign(padded_size, 0);
-      padded_[1].assign(padded_size, 0);
+    // The buffers follow the frame width; they are the only allocation.
+    const size_t scratch_size = BoxBlurScratchSize(width, kBoxBlurMaxRadius);
+    if (scratch_[0].size() != scratch_size) {
+      for (auto& buffer : scratch_) buffer.assign(scratch_size, 0);
+      for (auto& buffer : row_copy_) buffer.assign(width, 0);
     }
 
     int32_t radius = settings_.radius;
@@ -65,25 +65,21 @@ class CFastHBlurDfx final : public CEffectBase {
     }
     const BoxBlurParams params = MakeBoxBlurParams(radius);
     const int32_t passes = std::clamp(settings_.passes, 1, kMaxPasses);
-    const BoxBlurRowPairFn blur_pair = BoxBlurRowPair();
-    uint32_t* pad0 = padded_[0].data();
-    uint32_t* pad1 = padded_[1].data();
-    int32_t y = 0;
-    for (; y + 2 <= in->height; y += 2) {
-      const uint32_t* src0 = in->pixels + size_t(y) * width;
-      uint32_t* dst0 = output->pixels + size_t(y) * width;
-      for (int32_t pass = 0; pass < passes; ++pass) {
-        BoxBlurPadRow(pass == 0 ? src0 : dst0, pad0, width, params.radius);
-        BoxBlurPadRow(pass == 0 ? src0 + width : dst0 + width, pad1, width, params.radius);
-        blur_pair(pad0, pad1, dst0, dst0 + width, width, params);
-      }
-    }
-    if (y < in->height) {  // an odd last row
-      const uint32_t* src = in->pixels + size_t(y) * width;
-      uint32_t* dst = output->pixels + size_t(y) * width;
-      for (int32_t pass = 0; pass < passes; ++pass) {
-        BoxBlurPadRow(pass == 0 ? src : dst, pad0, width, params.radius);
-        BoxBlurRowSse2(pad0, dst, width, params);
+    const BoxBlurSpanFn span = BoxBlurSpan();
+    uint32_t* const scratch[2] = {scratch_[0].data(), scratch_[1].data()};
+    uint32_t* const copies[2] = {row_copy_[0].data(), row_copy_[1].data()};
+    // Two rows at a time, the last one alone when the height is odd. A pass
+    // that blurs rows in place (later passes, or a host handing the same
+    // frame as input and output) reads from a copy of them.
+    const bool in_place = in->pixels == output->pixels;
+    for (int32_t y = 0; y < in->height; y += 2) {
+      const int32_t rows = std::min(2, in->height - y);
+      const uint32_t* src[2] = {in->pixels + size_t(y) * width, in->pixels + size_t(y + rows - 1) * width};
+      uint32_t* const dst[2] = {output->pixels + size_t(y) * width, output->pixels + size_t(y + rows - 1) * width};
+      if (!in_place) BoxBlurRows(src, dst, scratch, rows, width, params, span);
+      for (int32_t pass = in_place ? 0 : 1; pass < passes; ++pass) {
+        for (int32_t i = 0; i < rows; ++i) std::copy(dst[i], dst[i] + width, copies[i]);
+        BoxBlurRows(copies, dst, scratch, rows, width, params, span);
       }
     }
     return 1;
@@ -123,7 +119,8 @@ class CFastHBlurDfx final : public CEffectBase {
   HBlurSettings settings_;
   DynVarList dynvars_;
   float* radius_var_ = nullptr;  // the variable's current value, owned by the list
-  std::vector<uint32_t> padded_[2];  // two padded rows
+  std::vector<uint32_t> scratch_[2];   // edge buffers of two rows
+  std::vector<uint32_t> row_copy_[2];  // two output rows, read by later passes
 };
 
 }  // namespace

@@ -129,6 +129,21 @@ TEST(GlesRenderTest, WireframeDrawsEdgesOnly) {
   EXPECT_EQ(out.At(20, 30), 0xFF000000u) << "inside a triangle, off its edges";
   // Four sides and a diagonal of about 51 pixels each.
   EXPECT_NEAR(std::count(out.pixels.begin(), out.pixels.end(), 0xFFFFFFFFu), 260, 99);
+  // Each side (at about 6.4 and 57.6 pixels) and the diagonal through the
+  // middle is drawn: a white pixel within two of where it belongs.
+  auto white_near = [&](int32_t x, int32_t y) {
+    for (int32_t dy = -2; dy <= 2; ++dy) {
+      for (int32_t dx = -2; dx <= 2; ++dx) {
+        if (out.At(x + dx, y + dy) == 0xFFFFFFFFu) return true;
+      }
+    }
+    return false;
+  };
+  EXPECT_TRUE(white_near(6, 32)) << "left side";
+  EXPECT_TRUE(white_near(57, 32)) << "right side";
+  EXPECT_TRUE(white_near(32, 6)) << "one horizontal side";
+  EXPECT_TRUE(white_near(32, 57)) << "the other horizontal side";
+  EXPECT_TRUE(white_near(32, 32)) << "diagonal";
 }
 
 TEST(GlesRenderTest, TwoEnginesDrawAtOnceWithoutDisturbingEachOther) {
