@@ -118,12 +118,14 @@ namespace {
 // (rand mod 10000) / 10000, in 0 .. 0.9999.
 double Rand01() { return double(platform::Rand() % 10000) / 10000.0; }
 
-// Two draws make a 31-bit number: the first is the low half.
+// A global test: the draw is always taken; a draw equal to the probability
+// fires, but a probability of 0 never does (see LowQDamage).
 bool GlobalTest(float probability) {
   const double r = Rand01();
   return probability > 0.0f && r <= probability;
 }
 
+// Two draws make a 31-bit number: the first is the low half.
 int64_t BigRand() {
   const int64_t low = platform::Rand();
   const int64_t high = platform::Rand() % 32768;

@@ -134,6 +134,7 @@ TEST(TimeBlur2, EveryResetTriggerStartsAFreshHistory) {
   // The host button counts when it goes from 0 to 1, not while it stays at 1.
   const orrery::SliderDesc* button = host.FindSlider("Reset buffers");
   ASSERT_NE(button, nullptr);
+  EXPECT_EQ(std::tuple(button->p1, button->p2, button->p3, button->p4), std::tuple(100.0f, 10000.0f, 857.2f, 25));
   *button->value = 1.0f;
   EXPECT_TRUE(OutputIsInput(*fx, a));
   EXPECT_FALSE(OutputIsInput(*fx, b));
