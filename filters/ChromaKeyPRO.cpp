@@ -169,6 +169,7 @@ class CChromaKeyPRODfx final : public CEffectBase {
 
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
+    if (!OutputSizeKnown()) return 0;
     if (!CopyInputToOutput(inputs, output) || output->PixelCount() == 0) return 1;
     const size_t count = output->PixelCount();
     const bool null_colour = settings_.outmode != 0;

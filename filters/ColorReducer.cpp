@@ -69,6 +69,7 @@ class CColorReducerDfx final : public CEffectBase {
  public:
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
+    if (!OutputSizeKnown()) return 0;
     if (!CopyInputToOutput(inputs, output)) return 0;
     const int32_t bits = WholeBits(*bits_value_);
     const bool dither = settings_.dither != 0;

@@ -102,6 +102,7 @@ class CColorTrackerDfx final : public CEffectBase {
 
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
+    if (!OutputSizeKnown()) return 0;
     if (!CopyInputToOutput(inputs, output)) return 0;
     if (output->width <= 4 || output->height <= 4) return 0;
     if (!snapshot_.empty() && snapshot_w_ == output->width && snapshot_h_ == output->height) {

@@ -169,6 +169,7 @@ class CDistorterDfx final : public CEffectBase, public distorter::MorphEditing {
 
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
+    if (!OutputSizeKnown()) return 0;
     if (!output || !output->pixels || output->width <= 0 || output->height <= 0) return 0;
     const orrery::Screen* in = inputs.Get(0);
     if (!in || !in->pixels) return 1;

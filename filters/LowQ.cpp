@@ -53,6 +53,7 @@ class CLowQDfx final : public CEffectBase {
 
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
+    if (!OutputSizeKnown()) return 0;
     if (!CopyInputToOutput(inputs, output) || output->PixelCount() == 0) return 0;
     LowQControls controls;
     for (size_t i = 0; i < kVariableCount; ++i) {

@@ -77,6 +77,7 @@ class CRGBDisplacerDfx final : public CEffectBase {
  public:
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
+    if (!OutputSizeKnown()) return 0;
     if (!CopyInputToOutput(inputs, output)) return 0;
     const orrery::Screen* in = inputs.Get(0);
     const int32_t w = in->width, h = in->height;

@@ -141,7 +141,7 @@ class CReScaleDfx final : public CEffectBase {
 
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
-    if (out_w_ == 0 || out_h_ == 0) return 0;
+    if (!OutputSizeKnown()) return 0;
     if (!engine_ || !engine_->Begin()) {
       if (engine_) engine_->ErrorReport("CReScaleDfx::Render Error");
       return 0;

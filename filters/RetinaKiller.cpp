@@ -57,6 +57,7 @@ class CRetinaKillerDfx final : public CEffectBase {
 
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
+    if (!OutputSizeKnown()) return 0;
     const orrery::Screen* in = inputs.Get(0);
     if (!host_context_ || !in || !in->pixels || !output || !output->pixels) return 0;
     if (in->width != output->width || in->height != output->height || in->PixelCount() == 0) return 0;

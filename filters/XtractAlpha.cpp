@@ -38,6 +38,7 @@ class CXtractAlphaDfx final : public CEffectBase {
 
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
+    if (!OutputSizeKnown()) return 0;
     const orrery::Screen* in = inputs.Get(0);
     if (!in || !in->pixels || !output || !output->pixels) return 0;
     if (in->width != output->width || in->height != output->height) return 0;

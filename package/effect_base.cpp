@@ -71,6 +71,7 @@ int32_t CEffectBase::Initialize() {
 
 int32_t CEffectBase::Render(const orrery::InputList& inputs, orrery::Screen* output) {
   std::lock_guard lock(lock_);
+  if (!OutputSizeKnown()) return 0;
   return CopyInputToOutput(inputs, output) ? 1 : 0;
 }
 

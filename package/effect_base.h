@@ -69,6 +69,9 @@ class CEffectBase : public orrery::Effect {
   platform::Lock& EffectLock() { return lock_; }
   int32_t OutputWidth() const { return out_w_; }
   int32_t OutputHeight() const { return out_h_; }
+  // Initialize has fetched a whole output size. Until then Render draws
+  // nothing and returns 0.
+  bool OutputSizeKnown() const { return out_w_ > 0 && out_h_ > 0; }
   nb3D* Engine() const { return engine_; }
 
  protected:

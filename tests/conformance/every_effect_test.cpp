@@ -92,7 +92,7 @@ TEST_P(EveryEffect, StaysInsideItsOutputLeavesInputsAloneAndRepeatsItself) {
   }
 }
 
-TEST_P(EveryEffect, SurvivesMissingAndWronglySizedInputs) {
+TEST_P(EveryEffect, DrawsNothingBeforeInitializeAndSurvivesOddInputs) {
   MessageCapture messages;
   const int32_t index = GetParam();
   TestHost host(32, 24);
@@ -100,9 +100,18 @@ TEST_P(EveryEffect, SurvivesMissingAndWronglySizedInputs) {
   ASSERT_NE(effect, nullptr);
   effect->SetHostContext(&host);
   effect->UpdateConfig();
-  for (int32_t i = 0; i < effect->GetInputCount(); ++i) effect->GetInputScreenRes(i, 32, 24);
-  effect->Initialize();
+  std::vector<OwnedScreen> fitting;
+  std::vector<const orrery::Screen*> fitting_list;
+  for (int32_t i = 0; i < effect->GetInputCount(); ++i) {
+    const orrery::Size size = effect->GetInputScreenRes(i, 32, 24);
+    fitting.emplace_back(size.width > 0 ? size.width : 32, size.height > 0 ? size.height : 24, 0xFF808080u);
+  }
+  for (OwnedScreen& s : fitting) fitting_list.push_back(&s.screen);
   GuardedScreen out(32, 24);
+  // Before Initialize has fetched the output size nothing is drawn.
+  EXPECT_EQ(nimbo::testing::RenderOnce(*effect, fitting_list, &out.screen), 0);
+  EXPECT_EQ(out.Pixels(), std::vector<uint32_t>(32 * 24, 0u));
+  effect->Initialize();
   // No inputs at all, then inputs of another size than negotiated, then an
   // output of another size than Initialize was told: each frame may be
   // skipped, none may touch memory it does not own.
