@@ -28,6 +28,7 @@ void MorphSet::Assign(std::vector<Morph> morphs) {
 }
 
 int32_t MorphSet::AddMorph() {
+  if (Count() >= kMaxMorphs) return -1;
   Morph morph;
   char name[32];
   std::snprintf(name, sizeof name, "New %i", int(morphs_.size()));

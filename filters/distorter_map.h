@@ -29,7 +29,7 @@
 namespace nimbo::distorter {
 
 inline constexpr int32_t kMaxLinePairs = 1000;  // per morph; further additions are ignored
-inline constexpr int32_t kMaxMorphs = 1000;     // a store claiming more is read up to this
+inline constexpr int32_t kMaxMorphs = 1000;     // a set holds no more; a store claiming more is read up to this
 inline constexpr int32_t kMaxInputSide = 4096;  // 16-bit positions with 4 fractional bits
 inline constexpr int32_t kMaxGridSide = 16384;  // bounds the two maps' memory
 
@@ -77,7 +77,8 @@ class MorphSet {
   const std::vector<Morph>& All() const { return morphs_; }
   void Assign(std::vector<Morph> morphs);
 
-  // Appends a morph named "New %i" (i = its index) and answers its index.
+  // Appends a morph named "New %i" (i = its index) and answers its index;
+  // -1 when the set already holds kMaxMorphs, which is all a store keeps.
   int32_t AddMorph();
   bool RemoveMorph(int32_t i);
   // Adds a pair given in 0..1 coordinates, scaled by the map grid's width (x)

@@ -390,6 +390,9 @@ TEST(DistorterTest, SettingsKeysRoundTripThroughTheStore) {
     EXPECT_EQ(std::tuple(l.l1.p1.x, l.l1.p2.y, l.l2.p2.x, l.a), std::tuple(10.0f, 20.0f, 70.0f, 0.1f));
     for (int i = 0; i < kMaxLinePairs; ++i) EXPECT_TRUE(set.AddLinePair(0, {}, {{0, 0}, {1, 1}}, gw, gh));
     EXPECT_FALSE(set.AddLinePair(0, {}, {}, gw, gh));  // the 1001st is ignored
+    MorphSet full;
+    for (int32_t next = full.Count(); next < kMaxMorphs; ++next) ASSERT_EQ(full.AddMorph(), next);
+    EXPECT_EQ(full.AddMorph(), -1);  // more would not survive a save and reload
     EXPECT_TRUE(set.RemoveMorph(0));
     set.Edit(0).ease_from = 0.125f;
   });
