@@ -17,11 +17,16 @@
 
 #include "filters/retina_kernel.h"
 #include "filters/time_blur_kernel.h"
+#include "host/aligned_vector.h"
 #include "orrery/host_context.h"
 #include "package/cpu.h"
 #include "package/registry.h"
 
 namespace {
+
+// Frames and effect memory 64-byte aligned, as the nimbo host gives them.
+template <class T>
+using Buffer = nimbo::host::AlignedVector<T>;
 
 constexpr int32_t kWidth = 1920;
 constexpr int32_t kHeight = 1080;
@@ -38,7 +43,7 @@ class BenchHost final : public orrery::HostContext {
   void DeclareSlider(const orrery::SliderDesc& slider) override { sliders[slider.name] = slider.value; }
   void PublishDynVars(orrery::DynVar* head) override { dynvars = head; }
   void* GetMemory(int32_t slot, size_t bytes) override {
-    std::vector<uint8_t>& buffer = memory[slot];
+    Buffer<uint8_t>& buffer = memory[slot];
     if (buffer.size() != bytes) buffer.assign(bytes, 0);
     return buffer.data();
   }
@@ -55,7 +60,7 @@ class BenchHost final : public orrery::HostContext {
 
   std::map<std::string, float*> sliders;
   orrery::DynVar* dynvars = nullptr;
-  std::map<int32_t, std::vector<uint8_t>> memory;
+  std::map<int32_t, Buffer<uint8_t>> memory;
 };
 
 struct Frames {
@@ -66,7 +71,7 @@ struct Frames {
       b[i] = rng();
     }
   }
-  std::vector<uint32_t> a, b, out;
+  Buffer<uint32_t> a, b, out;
 };
 
 Frames& TestFrames() {
@@ -102,8 +107,8 @@ BENCHMARK(BM_FrameCopyAlternating)->Unit(benchmark::kMillisecond);
 // hot copy above measures the cache, not the memory.
 void BM_FrameCopyStreaming(benchmark::State& state) {
   constexpr int kFrames = 12;
-  static std::vector<std::vector<uint32_t>> sources(kFrames, std::vector<uint32_t>(kPixels, 0x01020304u));
-  static std::vector<std::vector<uint32_t>> targets(kFrames, std::vector<uint32_t>(kPixels));
+  static std::vector<Buffer<uint32_t>> sources(kFrames, Buffer<uint32_t>(kPixels, 0x01020304u));
+  static std::vector<Buffer<uint32_t>> targets(kFrames, Buffer<uint32_t>(kPixels));
   int frame = 0;
   for (auto _ : state) {
     std::memcpy(targets[frame].data(), sources[frame].data(), kPixels * 4);
@@ -165,7 +170,7 @@ BENCHMARK(BM_FastHBlur)->Arg(1)->Arg(8)->Arg(64)->Arg(100)->Arg(101)->Arg(255)->
 
 void RetinaKernel(benchmark::State& state, nimbo::RetinaFn fn) {
   Frames& f = TestFrames();
-  std::vector<uint8_t> fatigue(kPixels * 4);
+  Buffer<uint8_t> fatigue(kPixels * 4);
   int64_t frame = 0;
   for (auto _ : state) {
     fn((frame++ & 1) ? f.b.data() : f.a.data(), f.out.data(), fatigue.data(), kPixels, {176, 8});
@@ -184,8 +189,8 @@ BENCHMARK(BM_RetinaKernel_Avx2)->Unit(benchmark::kMillisecond);
 
 void TimeBlurKernel(benchmark::State& state, nimbo::TimeBlurStepFn fn) {
   Frames& f = TestFrames();
-  std::vector<std::vector<uint32_t>> ring(8, std::vector<uint32_t>(kPixels));
-  std::vector<uint16_t> sum(kPixels * 4);
+  std::vector<Buffer<uint32_t>> ring(8, Buffer<uint32_t>(kPixels));
+  Buffer<uint16_t> sum(kPixels * 4);
   int64_t frame = 0;
   for (auto _ : state) {
     fn((frame & 1) ? f.b.data() : f.a.data(), f.out.data(), ring[frame % 8].data(), sum.data(), kPixels, {3});
@@ -208,16 +213,16 @@ BENCHMARK(BM_TimeBlurKernel_Avx2)->Unit(benchmark::kMillisecond);
 // these two show that floor apart from memory.
 constexpr size_t kSmallPixels = 128 * 128;
 void BM_FrameCopy_InCache(benchmark::State& state) {
-  std::vector<uint32_t> from(kSmallPixels, 0x01020304u), to(kSmallPixels);
+  Buffer<uint32_t> from(kSmallPixels, 0x01020304u), to(kSmallPixels);
   for (auto _ : state) {
     std::memcpy(to.data(), from.data(), kSmallPixels * 4);
     benchmark::ClobberMemory();
   }
 }
 void BM_TimeBlurKernel_InCache(benchmark::State& state) {
-  std::vector<uint32_t> from(kSmallPixels, 0x01020304u), to(kSmallPixels);
-  std::vector<std::vector<uint32_t>> ring(8, std::vector<uint32_t>(kSmallPixels));
-  std::vector<uint16_t> sum(kSmallPixels * 4);
+  Buffer<uint32_t> from(kSmallPixels, 0x01020304u), to(kSmallPixels);
+  std::vector<Buffer<uint32_t>> ring(8, Buffer<uint32_t>(kSmallPixels));
+  Buffer<uint16_t> sum(kSmallPixels * 4);
   const nimbo::TimeBlurStepFn fn = nimbo::TimeBlurStep();
   int64_t frame = 0;
   for (auto _ : state) {

@@ -13,6 +13,7 @@
 
 #include "filters/distorter_map.h"
 #include "filters/distorter_sample.h"
+#include "host/aligned_vector.h"
 #include "orrery/effect.h"
 #include "orrery/host_context.h"
 #include "package/registry.h"
@@ -20,17 +21,21 @@
 
 namespace {
 
+// Frames and effect memory 64-byte aligned, as the nimbo host gives them.
+template <class T>
+using Buffer = nimbo::host::AlignedVector<T>;
+
 constexpr int kW = 1920, kH = 1080;
 
-std::vector<uint32_t> RandomFrame(int w, int h, uint32_t seed) {
-  std::vector<uint32_t> f(size_t(w) * h);
+Buffer<uint32_t> RandomFrame(int w, int h, uint32_t seed) {
+  Buffer<uint32_t> f(size_t(w) * h);
   std::mt19937 rng(seed);
   for (uint32_t& p : f) p = rng();
   return f;
 }
 
 void BM_FrameCopy(benchmark::State& state) {
-  std::vector<uint32_t> in = RandomFrame(kW, kH, 1), out(in.size());
+  Buffer<uint32_t> in = RandomFrame(kW, kH, 1), out(in.size());
   for (auto _ : state) {
     std::memcpy(out.data(), in.data(), in.size() * 4);
     benchmark::DoNotOptimize(out.data());
@@ -59,7 +64,7 @@ struct SamplingRig {
     nimbo::distorter::BuildMorphMap(DemoLines(kW, kH), kW, kH, kW, kH, a.data());
     nimbo::distorter::BuildMorphMap({}, kW, kH, kW, kH, b.data());
   }
-  std::vector<uint32_t> in, out, a, b;
+  Buffer<uint32_t> in, out, a, b;
 };
 
 // Arg 0: 0 scalar, 1 SSE2, 2 best (AVX2 where present). Arg 1: filtering.
@@ -88,7 +93,7 @@ BENCHMARK(BM_DistorterSampling)
 void BM_DistorterMapBuild(benchmark::State& state) {
   const auto lines = DemoLines(kW, kH);
   const auto kernel = state.range(1) == 0 ? nimbo::distorter::MapKernel::kScalar : nimbo::distorter::MapKernel::kBest;
-  std::vector<uint32_t> map(size_t(kW) * kH);
+  Buffer<uint32_t> map(size_t(kW) * kH);
   for (auto _ : state) {
     nimbo::distorter::BuildMorphMap(std::span(lines.data(), size_t(state.range(0))), kW, kH, kW, kH, map.data(),
                                     kernel);
@@ -126,7 +131,7 @@ void BM_Effect(benchmark::State& state) {
   effect->SetHostContext(&host);
   effect->UpdateConfig();
   effect->Initialize();
-  std::vector<uint32_t> in = RandomFrame(kW, kH, 3), out(in.size());
+  Buffer<uint32_t> in = RandomFrame(kW, kH, 3), out(in.size());
   // Mostly dark with bright speckles, so Glitter has something to find.
   for (size_t i = 0; i < in.size(); ++i) in[i] = (i % 97 == 0) ? 0xFFFFFFFFu : (in[i] & 0xFF7F7F7Fu);
   orrery::Screen src{kW, kH, in.data()}, dst{kW, kH, out.data()};
@@ -145,7 +150,7 @@ BENCHMARK(BM_Effect)->Arg(21)->Arg(4)->Arg(5)->Arg(8)->Unit(benchmark::kMillisec
 // ffmpeg's remap reads) and xmap.f32 / ymap.f32 (exact positions as floats,
 // from which OpenCV builds its fixed-point maps).
 int WriteMaps(const std::string& dir) {
-  std::vector<uint32_t> map(size_t(kW) * kH);
+  Buffer<uint32_t> map(size_t(kW) * kH);
   nimbo::distorter::BuildMorphMap(DemoLines(kW, kH), kW, kH, kW, kH, map.data());
   for (int axis = 0; axis < 2; ++axis) {
     const std::string name = dir + (axis == 0 ? "/xmap" : "/ymap");

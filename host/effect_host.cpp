@@ -31,7 +31,7 @@ void EffectHost::DeclareSlider(const orrery::SliderDesc& slider) {
 void* EffectHost::GetMemory(int32_t slot, size_t bytes) {
   std::lock_guard lock(memory_mutex_);
   try {
-    std::vector<uint8_t>& buffer = memory_[slot];
+    AlignedVector<uint8_t>& buffer = memory_[slot];
     if (buffer.size() != bytes) {
       buffer.clear();
       buffer.shrink_to_fit();

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "host/aligned_vector.h"
 #include "orrery/host_context.h"
 #include "package/settings_document.h"
 
@@ -76,7 +77,7 @@ class EffectHost final : public orrery::HostContext {
   std::vector<SettingRecord> settings_;
   // Effects may call the memory service from their dialog thread as well.
   mutable std::mutex memory_mutex_;
-  std::map<int32_t, std::vector<uint8_t>> memory_;
+  std::map<int32_t, AlignedVector<uint8_t>> memory_;
 };
 
 }  // namespace nimbo::host

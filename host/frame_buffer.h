@@ -1,10 +1,11 @@
 // FrameBuffer: a picture the host owns, in the screen layout effects use
-// (0xAARRGGBB words, rows top to bottom, no padding), viewable as a Screen.
+// (0xAARRGGBB words, rows top to bottom, no padding, the first on a 64-byte
+// boundary), viewable as a Screen.
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
+#include "host/aligned_vector.h"
 #include "orrery/types.h"
 
 namespace nimbo::host {
@@ -12,7 +13,7 @@ namespace nimbo::host {
 struct FrameBuffer {
   int32_t width = 0;
   int32_t height = 0;
-  std::vector<uint32_t> pixels;
+  AlignedVector<uint32_t> pixels;
 
   FrameBuffer() = default;
   FrameBuffer(int32_t w, int32_t h, uint32_t fill = 0) { Reset(w, h, fill); }

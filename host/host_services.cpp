@@ -83,7 +83,7 @@ class FfmpegPictures final : public orrery::PictureDecoder {
       if (!source->ReadFrame(picture, source->Width(), source->Height())) return false;
       *width = picture.width;
       *height = picture.height;
-      *pixels = std::move(picture.pixels);
+      pixels->assign(picture.pixels.begin(), picture.pixels.end());
       return true;
     } catch (const std::exception&) {
       return false;  // the loader's caller reports the failure its own way
