@@ -10,6 +10,7 @@
 #include "host/cli_args.h"
 #include "host/effect_host.h"
 #include "host/ffmpeg_util.h"
+#include "host/frame_buffer.h"
 #include "host/keyframes.h"
 #include "host/pending_file.h"
 #include "host/settings_edit.h"
@@ -198,6 +199,14 @@ TEST(EffectHost, KeepsZeroedMemoryPerSlotAndRunsTheFrameClock) {
   EXPECT_EQ(static_cast<uint8_t*>(host.GetMemory(1, 100))[5], 7);
   auto* b = static_cast<uint8_t*>(host.GetMemory(1, 200));
   EXPECT_EQ(b[5], 0);  // another size: a fresh zeroed one
+  // SIMD kernels get whole cache lines: memory and frames start on 64 bytes,
+  // large ones (from mmap) included.
+  FrameBuffer frame(1920, 1080);
+  for (const void* p : {host.GetMemory(2, 3), host.GetMemory(3, 8 << 20), static_cast<void*>(frame.pixels.data())}) {
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(p) % 64, 0u);
+  }
+  host.FreeMemory(2);
+  host.FreeMemory(3);
   EXPECT_EQ(host.MemoryInUse(), 200u);
   host.FreeMemory(1);
   EXPECT_EQ(host.MemoryInUse(), 0u);
