@@ -167,15 +167,6 @@ void WordLaneSse2(BoxBlurLane& lane, size_t n, const BoxBlurParams& params) {
   StepLane<false>(lane, n - x, params);
 }
 
-template <bool kLeaveFixed, bool kEnterFixed>
-void LaneSse2(BoxBlurLane& lane, size_t n, const BoxBlurParams& params) {
-  if (params.word_multiplier != 0) {
-    WordLaneSse2<kLeaveFixed, kEnterFixed>(lane, n, params);
-  } else {
-    FloatLaneSse2<kLeaveFixed, kEnterFixed>(lane, n, params);
-  }
-}
-
 // Calls kernel<kLeaveFixed, kEnterFixed> as the lane's steps say.
 template <template <bool, bool> class Kernel, class... Args>
 void BySteps(const BoxBlurLane& lane, Args&&... args) {
@@ -189,7 +180,11 @@ void BySteps(const BoxBlurLane& lane, Args&&... args) {
 template <bool kLeaveFixed, bool kEnterFixed>
 struct LaneSse2Kernel {
   static void Run(BoxBlurLane& lane, size_t n, const BoxBlurParams& params) {
-    LaneSse2<kLeaveFixed, kEnterFixed>(lane, n, params);
+    if (params.word_multiplier != 0) {
+      WordLaneSse2<kLeaveFixed, kEnterFixed>(lane, n, params);
+    } else {
+      FloatLaneSse2<kLeaveFixed, kEnterFixed>(lane, n, params);
+    }
   }
 };
 
