@@ -4,7 +4,6 @@
 #include <immintrin.h>
 
 #include <algorithm>
-#include <cmath>
 
 #include "package/cpu.h"
 
@@ -13,27 +12,18 @@ namespace nimbo {
 BoxBlurParams MakeBoxBlurParams(int32_t radius) {
   radius = std::clamp(radius, 0, kBoxBlurMaxRadius);
   const int32_t d = 2 * radius + 1;
-  BoxBlurParams params{radius, 1.0f / float(d), 0, 0};
-  if (radius >= 1 && radius <= kBoxBlurWordMaxRadius) {
-    // The largest shift that keeps the rounded-up reciprocal within 16 bits.
-    int32_t k = 0;
-    while ((2 << k) < d) ++k;
-    params.word_multiplier = uint16_t(((uint32_t(1) << (16 + k)) + uint32_t(d) - 1) / uint32_t(d));
-    params.word_shift = k;
-  }
+  BoxBlurParams params{radius, 0, 0, 0};
+  if (radius == 0) return params;
+  // The largest shift that keeps the rounded-up reciprocal within 16 bits.
+  int32_t k = 0;
+  while ((2 << k) < d) ++k;
+  params.multiplier = uint16_t(((uint32_t(1) << (16 + k)) + uint32_t(d) - 1) / uint32_t(d));
+  params.shift = k;
+  if (radius > kBoxBlurPlainMaxRadius) params.rebase_offset = (kBoxBlurRebaseSpan * 255 + d - 1) / d;
   return params;
 }
 
 namespace {
-
-// The quotient the SIMD versions compute, for their last few pixels: the
-// same reciprocal arithmetic, which equals (sum + r) / d (see below).
-inline uint32_t FastQuotient(int32_t sum, const BoxBlurParams& params) {
-  if (params.word_multiplier != 0) {
-    return (uint32_t(sum + params.radius) * params.word_multiplier) >> 16 >> params.word_shift;
-  }
-  return uint32_t(std::lrintf(float(sum) * params.inv_divisor));
-}
 
 void Advance(BoxBlurLane& lane, size_t n) {
   lane.leave += n * lane.leave_step;
@@ -41,7 +31,7 @@ void Advance(BoxBlurLane& lane, size_t n) {
   lane.dst += n;
 }
 
-template <bool kReference>
+// The reference, and the SIMD versions' last few pixels.
 void StepLane(BoxBlurLane& lane, size_t n, const BoxBlurParams& params) {
   const int32_t r = params.radius;
   const int32_t d = 2 * r + 1;
@@ -50,12 +40,36 @@ void StepLane(BoxBlurLane& lane, size_t n, const BoxBlurParams& params) {
     const uint32_t enter = lane.enter[x * lane.enter_step], leave = lane.leave[x * lane.leave_step];
     for (int32_t k = 0; k < 4; ++k) {
       const int32_t s = lane.sum[k];
-      out |= (kReference ? uint32_t((s + r) / d) : FastQuotient(s, params)) << (8 * k);
+      out |= uint32_t((s + r) / d) << (8 * k);
       lane.sum[k] = s + int32_t((enter >> (8 * k)) & 0xFF) - int32_t((leave >> (8 * k)) & 0xFF);
     }
     lane.dst[x] = out;
   }
   Advance(lane, n);
+}
+
+// A lane's running sums as the SIMD versions hold them, four words each:
+// `word` the window sum plus r less base x d, and `base`.
+struct WordSums {
+  int64_t word;
+  int64_t base;
+};
+
+WordSums ToWords(const BoxBlurLane& lane, const BoxBlurParams& params) {
+  const int32_t d = 2 * params.radius + 1;
+  uint64_t word = 0, base = 0;
+  for (int32_t k = 0; k < 4; ++k) {
+    const int32_t total = lane.sum[k] + params.radius;
+    const int32_t b = params.rebase_offset == 0 ? 0 : total / d - params.rebase_offset;
+    word |= uint64_t(uint16_t(total - b * d)) << (16 * k);
+    base |= uint64_t(uint16_t(b)) << (16 * k);
+  }
+  return {int64_t(word), int64_t(base)};
+}
+
+void FromWords(const uint16_t* word, const uint16_t* base, const BoxBlurParams& params, BoxBlurLane& lane) {
+  const int32_t d = 2 * params.radius + 1;
+  for (int32_t k = 0; k < 4; ++k) lane.sum[k] = int32_t(int16_t(base[k])) * d + int32_t(word[k]) - params.radius;
 }
 
 // Four pixels from `p` on, or the pixel at `p` four times.
@@ -64,88 +78,48 @@ inline __m128i Load4(const uint32_t* p) {
   return kFixed ? _mm_set1_epi32(int32_t(*p)) : _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
 }
 
-// Sign-extends the low (high) pixel of eight 16-bit differences to 32 bits.
-inline __m128i LowPixel(__m128i d) { return _mm_srai_epi32(_mm_unpacklo_epi16(d, d), 16); }
-inline __m128i HighPixel(__m128i d) { return _mm_srai_epi32(_mm_unpackhi_epi16(d, d), 16); }
-
 }  // namespace
 
 void BoxBlurSpanScalar(BoxBlurLane* lanes, int32_t lane_count, size_t n, const BoxBlurParams& params) {
-  for (int32_t i = 0; i < lane_count; ++i) StepLane<true>(lanes[i], n, params);
+  for (int32_t i = 0; i < lane_count; ++i) StepLane(lanes[i], n, params);
 }
 
-// The SIMD versions divide in float: the window sum (below 2^24) times a
-// rounded 1/d is within 255 * 2^-23 of sum / d, while sum / d, d odd, lies at
-// least 1 / (2d) from any half; so rounding to nearest gives (sum + r) / d.
-//
-// Four pixels a step: the differences entering and leaving the window are
-// formed for all four at once, then added in turn to the running sum (the
-// one serial chain), and the four quotients are packed into one store.
+// A register holds two pixels' words, the lower pixel's sums duplicated in
+// both halves (`s`, `base`). Four pixels a step: the entering-minus-leaving
+// differences of pixels 0 and 1 (2 and 3) shifted up by one pixel give the
+// sums for both pixels from `s` in one add; their pairwise total, broadcast,
+// moves `s` on. The word arithmetic wraps modulo 2^16, and the true values
+// fit, so the result is exact. The base is added to the packed quotients as
+// bytes, modulo 256: the word's own quotient is below 2^15 / 203 < 256, so
+// packing keeps it, and the true output is a byte.
 
 namespace {
 
-template <bool kLeaveFixed, bool kEnterFixed>
-void FloatLaneSse2(BoxBlurLane& lane, size_t n, const BoxBlurParams& params) {
-  const __m128i zero = _mm_setzero_si128();
-  const __m128 inv = _mm_set1_ps(params.inv_divisor);
-  __m128i s0 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(lane.sum));
-  auto quotient = [&](__m128i s) { return _mm_cvtps_epi32(_mm_mul_ps(_mm_cvtepi32_ps(s), inv)); };
-  // Locals, not the lane's fields: the stores below may alias anything, so
-  // the compiler would reload fields from memory every step.
-  const uint32_t* const enter_at = lane.enter;
-  const uint32_t* const leave_at = lane.leave;
-  uint32_t* const dst_at = lane.dst;
-  size_t x = 0;
-  for (; x + 4 <= n; x += 4) {
-    __m128i enter = Load4<kEnterFixed>(enter_at + (kEnterFixed ? 0 : x));
-    __m128i leave = Load4<kLeaveFixed>(leave_at + (kLeaveFixed ? 0 : x));
-    __m128i d01 = _mm_sub_epi16(_mm_unpacklo_epi8(enter, zero), _mm_unpacklo_epi8(leave, zero));
-    __m128i d23 = _mm_sub_epi16(_mm_unpackhi_epi8(enter, zero), _mm_unpackhi_epi8(leave, zero));
-    __m128i s1 = _mm_add_epi32(s0, LowPixel(d01));
-    __m128i s2 = _mm_add_epi32(s1, HighPixel(d01));
-    __m128i s3 = _mm_add_epi32(s2, LowPixel(d23));
-    __m128i q01 = _mm_packs_epi32(quotient(s0), quotient(s1));
-    __m128i q23 = _mm_packs_epi32(quotient(s2), quotient(s3));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst_at + x), _mm_packus_epi16(q01, q23));
-    s0 = _mm_add_epi32(s3, HighPixel(d23));
-  }
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(lane.sum), s0);
-  Advance(lane, x);
-  StepLane<false>(lane, n - x, params);
-}
-
-// The window sum plus r as four words, twice: one register half of the word
-// scheme below.
-inline int64_t SumWords(const BoxBlurLane& lane, int32_t r) {
-  return int64_t(uint64_t(uint16_t(lane.sum[0] + r)) | uint64_t(uint16_t(lane.sum[1] + r)) << 16 |
-                 uint64_t(uint16_t(lane.sum[2] + r)) << 32 | uint64_t(uint16_t(lane.sum[3] + r)) << 48);
-}
-inline void StoreSumWords(BoxBlurLane& lane, const uint16_t* words, int32_t r) {
-  for (int32_t k = 0; k < 4; ++k) lane.sum[k] = int32_t(words[k]) - r;
-}
-
-// The running sum in 16-bit words (exact modulo 2^16, and the true value
-// fits): a register holds two pixels, the lower one's sum duplicated in both
-// halves (`s`). Four pixels a step: the entering-minus-leaving differences of
-// pixels 0 and 1 (2 and 3) shifted up by one pixel give the sums for both
-// pixels from `s` in one add; their pairwise total, broadcast, moves `s` on.
-// `s` starts at the window sum plus r, so the quotient is a multiply-high and
-// a shift.
-template <bool kLeaveFixed, bool kEnterFixed>
+template <bool kLeaveFixed, bool kEnterFixed, bool kRebase>
 void WordLaneSse2(BoxBlurLane& lane, size_t n, const BoxBlurParams& params) {
   const __m128i zero = _mm_setzero_si128();
-  const __m128i mul = _mm_set1_epi16(int16_t(params.word_multiplier));
-  const __m128i shift = _mm_cvtsi32_si128(params.word_shift);
-  __m128i s = _mm_set1_epi64x(SumWords(lane, params.radius));
+  const __m128i mul = _mm_set1_epi16(int16_t(params.multiplier));
+  const __m128i shift = _mm_cvtsi32_si128(params.shift);
+  const __m128i divisor = _mm_set1_epi16(int16_t(2 * params.radius + 1));
+  const __m128i offset = _mm_set1_epi16(int16_t(params.rebase_offset));
+  const __m128i low_bytes = _mm_set1_epi16(0xFF);
+  const WordSums start = ToWords(lane, params);
+  __m128i s = _mm_set1_epi64x(start.word);
+  __m128i base = _mm_set1_epi64x(start.base);
+  __m128i base_bytes = _mm_packus_epi16(_mm_and_si128(base, low_bytes), _mm_and_si128(base, low_bytes));
+  auto quotient = [&](__m128i w) { return _mm_srl_epi16(_mm_mulhi_epu16(w, mul), shift); };
   // Locals, not the lane's fields: the stores below may alias anything, so
   // the compiler would reload fields from memory every step.
   const uint32_t* const enter_at = lane.enter;
   const uint32_t* const leave_at = lane.leave;
   uint32_t* const dst_at = lane.dst;
+  // An edge pixel repeated is read once: the stores could alias it.
+  const __m128i enter_fixed = kEnterFixed ? Load4<true>(enter_at) : zero;
+  const __m128i leave_fixed = kLeaveFixed ? Load4<true>(leave_at) : zero;
   size_t x = 0;
   for (; x + 4 <= n; x += 4) {
-    __m128i enter = Load4<kEnterFixed>(enter_at + (kEnterFixed ? 0 : x));
-    __m128i leave = Load4<kLeaveFixed>(leave_at + (kLeaveFixed ? 0 : x));
+    __m128i enter = kEnterFixed ? enter_fixed : Load4<false>(enter_at + x);
+    __m128i leave = kLeaveFixed ? leave_fixed : Load4<false>(leave_at + x);
     __m128i d01 = _mm_sub_epi16(_mm_unpacklo_epi8(enter, zero), _mm_unpacklo_epi8(leave, zero));
     __m128i d23 = _mm_sub_epi16(_mm_unpackhi_epi8(enter, zero), _mm_unpackhi_epi8(leave, zero));
     __m128i up01 = _mm_slli_si128(d01, 8);
@@ -156,55 +130,61 @@ void WordLaneSse2(BoxBlurLane& lane, size_t n, const BoxBlurParams& params) {
     __m128i s23 = _mm_add_epi16(s, up23);
     __m128i t23 = _mm_add_epi16(d23, up23);
     s = _mm_add_epi16(s, _mm_unpackhi_epi64(t23, t23));
-    __m128i q01 = _mm_srl_epi16(_mm_mulhi_epu16(s01, mul), shift);
-    __m128i q23 = _mm_srl_epi16(_mm_mulhi_epu16(s23, mul), shift);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst_at + x), _mm_packus_epi16(q01, q23));
+    __m128i q = _mm_packus_epi16(quotient(s01), quotient(s23));
+    if constexpr (kRebase) {
+      q = _mm_add_epi8(q, base_bytes);
+      if ((x & (kBoxBlurRebaseSpan - 4)) == kBoxBlurRebaseSpan - 4) {
+        const __m128i moved = _mm_sub_epi16(quotient(s), offset);
+        s = _mm_sub_epi16(s, _mm_mullo_epi16(moved, divisor));
+        base = _mm_add_epi16(base, moved);
+        base_bytes = _mm_packus_epi16(_mm_and_si128(base, low_bytes), _mm_and_si128(base, low_bytes));
+      }
+    }
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst_at + x), q);
   }
-  alignas(16) uint16_t words[8];
+  alignas(16) uint16_t words[8], bases[8];
   _mm_store_si128(reinterpret_cast<__m128i*>(words), s);
-  StoreSumWords(lane, words, params.radius);
+  _mm_store_si128(reinterpret_cast<__m128i*>(bases), base);
+  FromWords(words, bases, params, lane);
   Advance(lane, x);
-  StepLane<false>(lane, n - x, params);
+  StepLane(lane, n - x, params);
 }
 
-// Calls kernel<kLeaveFixed, kEnterFixed> as the lane's steps say.
-template <template <bool, bool> class Kernel, class... Args>
+// Calls Kernel<kLeaveFixed, kEnterFixed, kRebase>::Run as the lane's steps
+// and the radius say.
+template <template <bool, bool, bool> class Kernel, bool kRebase, class... Args>
 void BySteps(const BoxBlurLane& lane, Args&&... args) {
   if (lane.leave_step == 0) {
-    lane.enter_step == 0 ? Kernel<true, true>::Run(args...) : Kernel<true, false>::Run(args...);
+    lane.enter_step == 0 ? Kernel<true, true, kRebase>::Run(args...) : Kernel<true, false, kRebase>::Run(args...);
   } else {
-    lane.enter_step == 0 ? Kernel<false, true>::Run(args...) : Kernel<false, false>::Run(args...);
+    lane.enter_step == 0 ? Kernel<false, true, kRebase>::Run(args...) : Kernel<false, false, kRebase>::Run(args...);
+  }
+}
+template <template <bool, bool, bool> class Kernel, class... Args>
+void ByStepsAndRadius(const BoxBlurLane& lane, const BoxBlurParams& params, Args&&... args) {
+  if (params.rebase_offset != 0) {
+    BySteps<Kernel, true>(lane, args...);
+  } else {
+    BySteps<Kernel, false>(lane, args...);
   }
 }
 
-template <bool kLeaveFixed, bool kEnterFixed>
+template <bool kLeaveFixed, bool kEnterFixed, bool kRebase>
 struct LaneSse2Kernel {
   static void Run(BoxBlurLane& lane, size_t n, const BoxBlurParams& params) {
-    if (params.word_multiplier != 0) {
-      WordLaneSse2<kLeaveFixed, kEnterFixed>(lane, n, params);
-    } else {
-      FloatLaneSse2<kLeaveFixed, kEnterFixed>(lane, n, params);
-    }
+    WordLaneSse2<kLeaveFixed, kEnterFixed, kRebase>(lane, n, params);
   }
 };
 
 }  // namespace
 
 void BoxBlurSpanSse2(BoxBlurLane* lanes, int32_t lane_count, size_t n, const BoxBlurParams& params) {
-  for (int32_t i = 0; i < lane_count; ++i) BySteps<LaneSse2Kernel>(lanes[i], lanes[i], n, params);
+  if (params.multiplier == 0) return BoxBlurSpanScalar(lanes, lane_count, n, params);
+  for (int32_t i = 0; i < lane_count; ++i) ByStepsAndRadius<LaneSse2Kernel>(lanes[i], params, lanes[i], n, params);
 }
 
 namespace {
 
-NIMBO_TARGET_AVX2 inline __m256i LowPixel256(__m256i d) {
-  return _mm256_srai_epi32(_mm256_unpacklo_epi16(d, d), 16);
-}
-NIMBO_TARGET_AVX2 inline __m256i HighPixel256(__m256i d) {
-  return _mm256_srai_epi32(_mm256_unpackhi_epi16(d, d), 16);
-}
-NIMBO_TARGET_AVX2 inline __m256i Quotient256(__m256i s, __m256 inv) {
-  return _mm256_cvtps_epi32(_mm256_mul_ps(_mm256_cvtepi32_ps(s), inv));
-}
 // Four pixels of each lane, or each lane's pixel four times.
 template <bool kFixed>
 NIMBO_TARGET_AVX2 inline __m256i LoadPair(const uint32_t* a, const uint32_t* b) {
@@ -213,66 +193,44 @@ NIMBO_TARGET_AVX2 inline __m256i LoadPair(const uint32_t* a, const uint32_t* b) 
   return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a))),
                                  _mm_loadu_si128(reinterpret_cast<const __m128i*>(b)), 1);
 }
+NIMBO_TARGET_AVX2 inline __m256i Quotient256(__m256i w, __m256i mul, __m128i shift) {
+  return _mm256_srl_epi16(_mm256_mulhi_epu16(w, mul), shift);
+}
+// The base's low bytes in the order the packed quotients have.
+NIMBO_TARGET_AVX2 inline __m256i BaseBytes256(__m256i base, __m256i low_bytes) {
+  const __m256i low = _mm256_and_si256(base, low_bytes);
+  return _mm256_packus_epi16(low, low);
+}
 NIMBO_TARGET_AVX2 inline void StorePair(__m256i q, uint32_t* a, uint32_t* b) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(a), _mm256_castsi256_si128(q));
   _mm_storeu_si128(reinterpret_cast<__m128i*>(b), _mm256_extracti128_si256(q, 1));
 }
 
-// The SSE2 float scheme with one lane in each 128-bit half: every
-// instruction works within its half, so two rows cost what one did.
-template <bool kLeaveFixed, bool kEnterFixed>
-NIMBO_TARGET_AVX2 void FloatPairAvx2(BoxBlurLane* lanes, size_t n, const BoxBlurParams& params) {
-  BoxBlurLane& a = lanes[0];
-  BoxBlurLane& b = lanes[1];
-  const __m256i zero = _mm256_setzero_si256();
-  const __m256 inv = _mm256_set1_ps(params.inv_divisor);
-  __m256i s0 = _mm256_setr_epi32(a.sum[0], a.sum[1], a.sum[2], a.sum[3], b.sum[0], b.sum[1], b.sum[2], b.sum[3]);
-  const uint32_t *const a_enter = a.enter, *const a_leave = a.leave, *const b_enter = b.enter,
-                        *const b_leave = b.leave;
-  uint32_t *const a_dst = a.dst, *const b_dst = b.dst;
-  size_t x = 0;
-  for (; x + 4 <= n; x += 4) {
-    const size_t enter_x = kEnterFixed ? 0 : x, leave_x = kLeaveFixed ? 0 : x;
-    __m256i enter = LoadPair<kEnterFixed>(a_enter + enter_x, b_enter + enter_x);
-    __m256i leave = LoadPair<kLeaveFixed>(a_leave + leave_x, b_leave + leave_x);
-    __m256i d01 = _mm256_sub_epi16(_mm256_unpacklo_epi8(enter, zero), _mm256_unpacklo_epi8(leave, zero));
-    __m256i d23 = _mm256_sub_epi16(_mm256_unpackhi_epi8(enter, zero), _mm256_unpackhi_epi8(leave, zero));
-    __m256i s1 = _mm256_add_epi32(s0, LowPixel256(d01));
-    __m256i s2 = _mm256_add_epi32(s1, HighPixel256(d01));
-    __m256i s3 = _mm256_add_epi32(s2, LowPixel256(d23));
-    __m256i q01 = _mm256_packs_epi32(Quotient256(s0, inv), Quotient256(s1, inv));
-    __m256i q23 = _mm256_packs_epi32(Quotient256(s2, inv), Quotient256(s3, inv));
-    StorePair(_mm256_packus_epi16(q01, q23), a_dst + x, b_dst + x);
-    s0 = _mm256_add_epi32(s3, HighPixel256(d23));
-  }
-  alignas(32) int32_t sums[8];
-  _mm256_store_si256(reinterpret_cast<__m256i*>(sums), s0);
-  std::copy(sums, sums + 4, a.sum);
-  std::copy(sums + 4, sums + 8, b.sum);
-  Advance(a, x);
-  Advance(b, x);
-  StepLane<false>(a, n - x, params);
-  StepLane<false>(b, n - x, params);
-}
-
-// The SSE2 word scheme with one lane in each 128-bit half.
-template <bool kLeaveFixed, bool kEnterFixed>
+// The SSE2 scheme with one lane in each 128-bit half: every instruction
+// works within its half, so two rows cost what one did.
+template <bool kLeaveFixed, bool kEnterFixed, bool kRebase>
 NIMBO_TARGET_AVX2 void WordPairAvx2(BoxBlurLane* lanes, size_t n, const BoxBlurParams& params) {
   BoxBlurLane& a = lanes[0];
   BoxBlurLane& b = lanes[1];
   const __m256i zero = _mm256_setzero_si256();
-  const __m256i mul = _mm256_set1_epi16(int16_t(params.word_multiplier));
-  const __m128i shift = _mm_cvtsi32_si128(params.word_shift);
-  const int64_t wa = SumWords(a, params.radius), wb = SumWords(b, params.radius);
-  __m256i s = _mm256_setr_epi64x(wa, wa, wb, wb);
+  const __m256i mul = _mm256_set1_epi16(int16_t(params.multiplier));
+  const __m128i shift = _mm_cvtsi32_si128(params.shift);
+  const __m256i divisor = _mm256_set1_epi16(int16_t(2 * params.radius + 1));
+  const __m256i offset = _mm256_set1_epi16(int16_t(params.rebase_offset));
+  const __m256i low_bytes = _mm256_set1_epi16(0xFF);
+  const WordSums wa = ToWords(a, params), wb = ToWords(b, params);
+  __m256i s = _mm256_setr_epi64x(wa.word, wa.word, wb.word, wb.word);
+  __m256i base = _mm256_setr_epi64x(wa.base, wa.base, wb.base, wb.base);
+  __m256i base_bytes = BaseBytes256(base, low_bytes);
   const uint32_t *const a_enter = a.enter, *const a_leave = a.leave, *const b_enter = b.enter,
                         *const b_leave = b.leave;
   uint32_t *const a_dst = a.dst, *const b_dst = b.dst;
+  const __m256i enter_fixed = kEnterFixed ? LoadPair<true>(a_enter, b_enter) : zero;
+  const __m256i leave_fixed = kLeaveFixed ? LoadPair<true>(a_leave, b_leave) : zero;
   size_t x = 0;
   for (; x + 4 <= n; x += 4) {
-    const size_t enter_x = kEnterFixed ? 0 : x, leave_x = kLeaveFixed ? 0 : x;
-    __m256i enter = LoadPair<kEnterFixed>(a_enter + enter_x, b_enter + enter_x);
-    __m256i leave = LoadPair<kLeaveFixed>(a_leave + leave_x, b_leave + leave_x);
+    __m256i enter = kEnterFixed ? enter_fixed : LoadPair<false>(a_enter + x, b_enter + x);
+    __m256i leave = kLeaveFixed ? leave_fixed : LoadPair<false>(a_leave + x, b_leave + x);
     __m256i d01 = _mm256_sub_epi16(_mm256_unpacklo_epi8(enter, zero), _mm256_unpacklo_epi8(leave, zero));
     __m256i d23 = _mm256_sub_epi16(_mm256_unpackhi_epi8(enter, zero), _mm256_unpackhi_epi8(leave, zero));
     __m256i up01 = _mm256_slli_si256(d01, 8);
@@ -283,32 +241,33 @@ NIMBO_TARGET_AVX2 void WordPairAvx2(BoxBlurLane* lanes, size_t n, const BoxBlurP
     __m256i s23 = _mm256_add_epi16(s, up23);
     __m256i t23 = _mm256_add_epi16(d23, up23);
     s = _mm256_add_epi16(s, _mm256_unpackhi_epi64(t23, t23));
-    __m256i q01 = _mm256_srl_epi16(_mm256_mulhi_epu16(s01, mul), shift);
-    __m256i q23 = _mm256_srl_epi16(_mm256_mulhi_epu16(s23, mul), shift);
-    StorePair(_mm256_packus_epi16(q01, q23), a_dst + x, b_dst + x);
+    __m256i q = _mm256_packus_epi16(Quotient256(s01, mul, shift), Quotient256(s23, mul, shift));
+    if constexpr (kRebase) {
+      q = _mm256_add_epi8(q, base_bytes);
+      if ((x & (kBoxBlurRebaseSpan - 4)) == kBoxBlurRebaseSpan - 4) {
+        const __m256i moved = _mm256_sub_epi16(Quotient256(s, mul, shift), offset);
+        s = _mm256_sub_epi16(s, _mm256_mullo_epi16(moved, divisor));
+        base = _mm256_add_epi16(base, moved);
+        base_bytes = BaseBytes256(base, low_bytes);
+      }
+    }
+    StorePair(q, a_dst + x, b_dst + x);
   }
-  alignas(32) uint16_t words[16];
+  alignas(32) uint16_t words[16], bases[16];
   _mm256_store_si256(reinterpret_cast<__m256i*>(words), s);
-  StoreSumWords(a, words, params.radius);
-  StoreSumWords(b, words + 8, params.radius);
+  _mm256_store_si256(reinterpret_cast<__m256i*>(bases), base);
+  FromWords(words, bases, params, a);
+  FromWords(words + 8, bases + 8, params, b);
   Advance(a, x);
   Advance(b, x);
-  StepLane<false>(a, n - x, params);
-  StepLane<false>(b, n - x, params);
+  StepLane(a, n - x, params);
+  StepLane(b, n - x, params);
 }
 
-}  // namespace
-
-namespace {
-
-template <bool kLeaveFixed, bool kEnterFixed>
+template <bool kLeaveFixed, bool kEnterFixed, bool kRebase>
 struct PairAvx2Kernel {
   static void Run(BoxBlurLane* lanes, size_t n, const BoxBlurParams& params) {
-    if (params.word_multiplier != 0) {
-      WordPairAvx2<kLeaveFixed, kEnterFixed>(lanes, n, params);
-    } else {
-      FloatPairAvx2<kLeaveFixed, kEnterFixed>(lanes, n, params);
-    }
+    WordPairAvx2<kLeaveFixed, kEnterFixed, kRebase>(lanes, n, params);
   }
 };
 
@@ -316,7 +275,8 @@ struct PairAvx2Kernel {
 
 void BoxBlurSpanAvx2(BoxBlurLane* lanes, int32_t lane_count, size_t n, const BoxBlurParams& params) {
   if (lane_count != 2) return BoxBlurSpanSse2(lanes, lane_count, n, params);
-  BySteps<PairAvx2Kernel>(lanes[0], lanes, n, params);
+  if (params.multiplier == 0) return BoxBlurSpanScalar(lanes, lane_count, n, params);
+  ByStepsAndRadius<PairAvx2Kernel>(lanes[0], params, lanes, n, params);
 }
 
 BoxBlurSpanFn BoxBlurSpan() {
@@ -376,6 +336,10 @@ void BoxBlurRows(const uint32_t* const* src, uint32_t* const* dst, uint32_t* con
                  size_t count, const BoxBlurParams& params, BoxBlurSpanFn span) {
   if (count == 0 || row_count < 1) return;
   row_count = std::min(row_count, 2);
+  if (params.radius == 0) {  // the window is the pixel itself
+    for (int32_t i = 0; i < row_count; ++i) std::copy(src[i], src[i] + count, dst[i]);
+    return;
+  }
   const size_t r = size_t(params.radius);
   const size_t d = 2 * r + 1;
   BoxBlurLane lanes[2];

@@ -21,17 +21,26 @@ namespace nimbo {
 
 inline constexpr int32_t kBoxBlurMaxRadius = 255;
 
-// Up to this radius the window sum plus r stays below 2^16 (255 d + r), and
-// (sum + r) / d equals ((sum + r) * word_multiplier >> 16) >> word_shift for
-// every sum (tests check each radius over its whole range); the SIMD
-// versions then work on 16-bit words, twice as many per register.
-inline constexpr int32_t kBoxBlurWordMaxRadius = 100;
+// The SIMD versions keep each running sum in a 16-bit word and divide by a
+// multiply-high and a shift: floor(w / d) = (w * multiplier >> 16) >> shift,
+// the multiplier being 1/d rounded up to 16 bits. That holds for every
+// 0 <= w < 2^15, and at the radii up to kBoxBlurPlainMaxRadius for every w up
+// to 255 d + r (a test checks both ranges at each radius).
+//
+// Up to kBoxBlurPlainMaxRadius the word is the window sum plus r. Beyond it
+// that sum needs 17 bits, so the word holds it less base x d, and the
+// quotient is base + floor(word / d). Every kBoxBlurRebaseSpan pixels the
+// whole multiples of d move from the word into the base, leaving the word in
+// [offset d, (offset + 1) d); offset d is at least the 32 x 255 the word can
+// fall before the next rebase, so the word stays in 0 .. 2^15.
+inline constexpr int32_t kBoxBlurPlainMaxRadius = 100;
+inline constexpr int32_t kBoxBlurRebaseSpan = 32;
 
 struct BoxBlurParams {
-  int32_t radius;            // 0 .. kBoxBlurMaxRadius
-  float inv_divisor;         // 1 / (2 radius + 1), for the SIMD versions
-  uint16_t word_multiplier;  // 0 when the radius is outside 1 .. kBoxBlurWordMaxRadius
-  int32_t word_shift;
+  int32_t radius;         // 0 .. kBoxBlurMaxRadius
+  uint16_t multiplier;    // 0 for radius 0, which the SIMD versions leave to the scalar one
+  int32_t shift;
+  int32_t rebase_offset;  // 0: the word is the plain sum
 };
 
 BoxBlurParams MakeBoxBlurParams(int32_t radius);

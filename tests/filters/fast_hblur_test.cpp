@@ -104,30 +104,35 @@ TEST(BoxBlurKernel, EveryVersionMatchesTheDefinitionAtEveryRadius) {
   }
 }
 
-// The word path's multiply-high must equal the division for every window sum
-// a radius can produce (0 .. 255 d), and must be off beyond its radii.
-TEST(BoxBlurKernel, WordReciprocalIsExactOverTheWholeSumRange) {
-  for (int32_t r = 0; r <= nimbo::kBoxBlurMaxRadius; ++r) {
+// The multiply-high must equal the division for every word below 2^15 at
+// every radius, and up to 255 d + r where the word is the plain sum; the
+// rebase offset must leave room for the largest fall between rebases.
+TEST(BoxBlurKernel, WordReciprocalIsExactOverTheWholeWordRange) {
+  EXPECT_EQ(nimbo::MakeBoxBlurParams(0).multiplier, 0);
+  for (int32_t r = 1; r <= nimbo::kBoxBlurMaxRadius; ++r) {
     const nimbo::BoxBlurParams params = nimbo::MakeBoxBlurParams(r);
-    if (r == 0 || r > nimbo::kBoxBlurWordMaxRadius) {
-      EXPECT_EQ(params.word_multiplier, 0) << "radius " << r;
-      continue;
-    }
-    ASSERT_NE(params.word_multiplier, 0) << "radius " << r;
     const uint32_t d = uint32_t(2 * r + 1);
-    for (uint32_t sum = 0; sum <= 255 * d; ++sum) {
-      const uint32_t x = sum + uint32_t(r);
-      ASSERT_LT(x, 65536u);
-      ASSERT_EQ((x * params.word_multiplier) >> 16 >> params.word_shift, x / d) << "radius " << r << " sum " << sum;
+    const bool plain = r <= nimbo::kBoxBlurPlainMaxRadius;
+    ASSERT_EQ(params.rebase_offset == 0, plain) << "radius " << r;
+    const uint32_t largest = plain ? std::max(255 * d + uint32_t(r), 32767u) : 32767u;
+    ASSERT_LT(largest, 65536u);
+    for (uint32_t w = 0; w <= largest; ++w) {
+      ASSERT_EQ((w * params.multiplier) >> 16 >> params.shift, w / d) << "radius " << r << " word " << w;
+    }
+    if (!plain) {
+      const uint32_t fall = nimbo::kBoxBlurRebaseSpan * 255;
+      EXPECT_GE(uint32_t(params.rebase_offset) * d, fall) << "radius " << r;
+      EXPECT_LE((uint32_t(params.rebase_offset) + 1) * d + fall, 32768u) << "radius " << r;
     }
   }
 }
 
-// Long rows of extreme bytes keep the 16-bit running sum near its top for
-// thousands of steps; odd lengths leave tails.
+// Long rows of extreme bytes keep the running sums near their top (and, past
+// the plain radii, swing the word across many rebases) for thousands of
+// steps; odd lengths leave tails.
 TEST(BoxBlurKernel, WordPathMatchesTheDefinitionOnLongRows) {
   std::mt19937 rng(21);
-  for (int32_t radius : {1, 2, 7, 64, 99, 100, 101}) {
+  for (int32_t radius : {1, 2, 7, 64, 99, 100, 101, 128, 200, 255}) {
     for (size_t count : {1001u, 1923u}) {
       std::vector<uint32_t> rows[2];
       for (auto& row : rows) {
