@@ -35,6 +35,8 @@ inline constexpr int32_t kBoxBlurMaxRadius = 255;
 // fall before the next rebase, so the word stays in 0 .. 2^15.
 inline constexpr int32_t kBoxBlurPlainMaxRadius = 100;
 inline constexpr int32_t kBoxBlurRebaseSpan = 32;
+// The kernels rebase after the step that ends a span, found with a mask.
+static_assert(kBoxBlurRebaseSpan % 4 == 0 && (kBoxBlurRebaseSpan & (kBoxBlurRebaseSpan - 1)) == 0);
 
 struct BoxBlurParams {
   int32_t radius;         // 0 .. kBoxBlurMaxRadius
