@@ -190,11 +190,14 @@ template <bool kFixed>
 NIMBO_TARGET_AVX2 inline __m256i LoadPair(const uint32_t* a, const uint32_t* b) {
   if (kFixed) return _mm256_setr_epi32(int32_t(*a), int32_t(*a), int32_t(*a), int32_t(*a), int32_t(*b),
                                        int32_t(*b), int32_t(*b), int32_t(*b));
-  return _mm256_inserti128_si256(_mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a))),
-                                 _mm_loadu_si128(reinterpret_cast<const __m128i*>(b)), 1);
+  // Two broadcast loads and a blend: an insert would take a shuffle unit,
+  // the one resource the pair kernel runs short of.
+  return _mm256_blend_epi32(_mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(a))),
+                            _mm256_broadcastsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i*>(b))), 0xF0);
 }
-NIMBO_TARGET_AVX2 inline __m256i Quotient256(__m256i w, __m256i mul, __m128i shift) {
-  return _mm256_srl_epi16(_mm256_mulhi_epu16(w, mul), shift);
+// floor(w / d); the shift is a multiply-high by shift_mul = 2^(16 - shift).
+NIMBO_TARGET_AVX2 inline __m256i Quotient256(__m256i w, __m256i mul, __m256i shift_mul) {
+  return _mm256_mulhi_epu16(_mm256_mulhi_epu16(w, mul), shift_mul);
 }
 // The base's low bytes in the order the packed quotients have.
 NIMBO_TARGET_AVX2 inline __m256i BaseBytes256(__m256i base, __m256i low_bytes) {
@@ -206,58 +209,101 @@ NIMBO_TARGET_AVX2 inline void StorePair(__m256i q, uint32_t* a, uint32_t* b) {
   _mm_storeu_si128(reinterpret_cast<__m128i*>(b), _mm256_extracti128_si256(q, 1));
 }
 
-// The SSE2 scheme with one lane in each 128-bit half: every instruction
-// works within its half, so two rows cost what one did.
+// One lane in each 128-bit half, as in the SSE2 scheme, but arranged for a
+// CPU whose shuffle and shift units are the narrow resource: a register of
+// sums holds two neighbouring pixels, and each half of it runs its own chain
+// over every second pixel,
+//   S[x + 2] = S[x] + d[x] + d[x + 1],   d = entering - leaving,
+// so a step needs one byte alignment per pixel pair instead of a shift and a
+// broadcast. The differences come from one byte interleave and a multiply-add
+// by +1/-1, and the division's shift is a second multiply-high; both run on
+// the multiplier units, which are otherwise idle here. The two chains keep
+// separate bases, which packing puts on the right pixels.
+struct PairState {
+  __m256i mul, shift_mul, plus_minus, divisor, offset, low_bytes;
+  __m256i sums;   // [S[x - 2], S[x - 1]] of each lane
+  __m256i diffs;  // [d[x - 2], d[x - 1]]
+  __m256i base, base_bytes;
+};
+
+// Four outputs of each lane from their entering and leaving pixels.
+template <bool kRebase>
+NIMBO_TARGET_AVX2 inline __m256i PairStep(PairState& st, __m256i enter, __m256i leave, size_t x) {
+  const __m256i d01 = _mm256_maddubs_epi16(_mm256_unpacklo_epi8(enter, leave), st.plus_minus);
+  const __m256i d23 = _mm256_maddubs_epi16(_mm256_unpackhi_epi8(enter, leave), st.plus_minus);
+  const __m256i s01 = _mm256_add_epi16(st.sums, _mm256_add_epi16(st.diffs, _mm256_alignr_epi8(d01, st.diffs, 8)));
+  __m256i s23 = _mm256_add_epi16(s01, _mm256_add_epi16(d01, _mm256_alignr_epi8(d23, d01, 8)));
+  const __m256i q23 = Quotient256(s23, st.mul, st.shift_mul);
+  __m256i q = _mm256_packus_epi16(Quotient256(s01, st.mul, st.shift_mul), q23);
+  if constexpr (kRebase) {
+    q = _mm256_add_epi8(q, st.base_bytes);
+    if ((x & (kBoxBlurRebaseSpan - 4)) == kBoxBlurRebaseSpan - 4) {
+      const __m256i moved = _mm256_sub_epi16(q23, st.offset);
+      s23 = _mm256_sub_epi16(s23, _mm256_mullo_epi16(moved, st.divisor));
+      st.base = _mm256_add_epi16(st.base, moved);
+      st.base_bytes = BaseBytes256(st.base, st.low_bytes);
+    }
+  }
+  st.sums = s23;
+  st.diffs = d23;
+  return q;
+}
+
+// A step's four pixels of each lane from `at` on, or the fixed pixels.
+template <bool kFixed>
+NIMBO_TARGET_AVX2 inline __m256i LoadStep(__m256i fixed, const uint32_t* a, const uint32_t* b, size_t at) {
+  return kFixed ? fixed : LoadPair<false>(a + at, b + at);
+}
+
 template <bool kLeaveFixed, bool kEnterFixed, bool kRebase>
 NIMBO_TARGET_AVX2 void WordPairAvx2(BoxBlurLane* lanes, size_t n, const BoxBlurParams& params) {
   BoxBlurLane& a = lanes[0];
   BoxBlurLane& b = lanes[1];
-  const __m256i zero = _mm256_setzero_si256();
-  const __m256i mul = _mm256_set1_epi16(int16_t(params.multiplier));
-  const __m128i shift = _mm_cvtsi32_si128(params.shift);
-  const __m256i divisor = _mm256_set1_epi16(int16_t(2 * params.radius + 1));
-  const __m256i offset = _mm256_set1_epi16(int16_t(params.rebase_offset));
-  const __m256i low_bytes = _mm256_set1_epi16(0xFF);
+  PairState st;
+  st.mul = _mm256_set1_epi16(int16_t(params.multiplier));
+  // params.shift is 1 .. 8 for radii 1 .. 255, so 2^(16 - shift) fits a word.
+  st.shift_mul = _mm256_set1_epi16(int16_t(uint16_t(1u << (16 - params.shift))));
+  st.plus_minus = _mm256_set1_epi16(int16_t(0xFF01));  // bytes +1, -1
+  st.divisor = _mm256_set1_epi16(int16_t(2 * params.radius + 1));
+  st.offset = _mm256_set1_epi16(int16_t(params.rebase_offset));
+  st.low_bytes = _mm256_set1_epi16(0xFF);
   const WordSums wa = ToWords(a, params), wb = ToWords(b, params);
-  __m256i s = _mm256_setr_epi64x(wa.word, wa.word, wb.word, wb.word);
-  __m256i base = _mm256_setr_epi64x(wa.base, wa.base, wb.base, wb.base);
-  __m256i base_bytes = BaseBytes256(base, low_bytes);
+  // Starting from [S, S] and no differences gives S[x] = S and S[x + 1] =
+  // S + d[x].
+  st.sums = _mm256_setr_epi64x(wa.word, wa.word, wb.word, wb.word);
+  st.diffs = _mm256_setzero_si256();
+  st.base = _mm256_setr_epi64x(wa.base, wa.base, wb.base, wb.base);
+  st.base_bytes = BaseBytes256(st.base, st.low_bytes);
   const uint32_t *const a_enter = a.enter, *const a_leave = a.leave, *const b_enter = b.enter,
                         *const b_leave = b.leave;
   uint32_t *const a_dst = a.dst, *const b_dst = b.dst;
-  const __m256i enter_fixed = kEnterFixed ? LoadPair<true>(a_enter, b_enter) : zero;
-  const __m256i leave_fixed = kLeaveFixed ? LoadPair<true>(a_leave, b_leave) : zero;
+  const __m256i enter_fixed = kEnterFixed ? LoadPair<true>(a_enter, b_enter) : _mm256_setzero_si256();
+  const __m256i leave_fixed = kLeaveFixed ? LoadPair<true>(a_leave, b_leave) : _mm256_setzero_si256();
+  // Each step's pixels are read before the step before it writes. At small
+  // radii the next leaving pixels lie a few bytes past the output just
+  // written, and frames a whole number of 4 KB pages long put input and
+  // output rows at the same offset within a page: a load issued after that
+  // store waits on it as if they overlapped.
   size_t x = 0;
-  for (; x + 4 <= n; x += 4) {
-    __m256i enter = kEnterFixed ? enter_fixed : LoadPair<false>(a_enter + x, b_enter + x);
-    __m256i leave = kLeaveFixed ? leave_fixed : LoadPair<false>(a_leave + x, b_leave + x);
-    __m256i d01 = _mm256_sub_epi16(_mm256_unpacklo_epi8(enter, zero), _mm256_unpacklo_epi8(leave, zero));
-    __m256i d23 = _mm256_sub_epi16(_mm256_unpackhi_epi8(enter, zero), _mm256_unpackhi_epi8(leave, zero));
-    __m256i up01 = _mm256_slli_si256(d01, 8);
-    __m256i s01 = _mm256_add_epi16(s, up01);
-    __m256i t01 = _mm256_add_epi16(d01, up01);
-    s = _mm256_add_epi16(s, _mm256_unpackhi_epi64(t01, t01));
-    __m256i up23 = _mm256_slli_si256(d23, 8);
-    __m256i s23 = _mm256_add_epi16(s, up23);
-    __m256i t23 = _mm256_add_epi16(d23, up23);
-    s = _mm256_add_epi16(s, _mm256_unpackhi_epi64(t23, t23));
-    __m256i q = _mm256_packus_epi16(Quotient256(s01, mul, shift), Quotient256(s23, mul, shift));
-    if constexpr (kRebase) {
-      q = _mm256_add_epi8(q, base_bytes);
-      if ((x & (kBoxBlurRebaseSpan - 4)) == kBoxBlurRebaseSpan - 4) {
-        const __m256i moved = _mm256_sub_epi16(Quotient256(s, mul, shift), offset);
-        s = _mm256_sub_epi16(s, _mm256_mullo_epi16(moved, divisor));
-        base = _mm256_add_epi16(base, moved);
-        base_bytes = BaseBytes256(base, low_bytes);
-      }
+  if (n >= 4) {
+    __m256i enter = LoadStep<kEnterFixed>(enter_fixed, a_enter, b_enter, 0);
+    __m256i leave = LoadStep<kLeaveFixed>(leave_fixed, a_leave, b_leave, 0);
+    for (; x + 8 <= n; x += 4) {
+      const __m256i next_enter = LoadStep<kEnterFixed>(enter_fixed, a_enter, b_enter, x + 4);
+      const __m256i next_leave = LoadStep<kLeaveFixed>(leave_fixed, a_leave, b_leave, x + 4);
+      StorePair(PairStep<kRebase>(st, enter, leave, x), a_dst + x, b_dst + x);
+      enter = next_enter;
+      leave = next_leave;
     }
-    StorePair(q, a_dst + x, b_dst + x);
+    StorePair(PairStep<kRebase>(st, enter, leave, x), a_dst + x, b_dst + x);
+    x += 4;
   }
+  // S[x] = S[x - 1] + d[x - 1], on the odd chain: the upper pixel of each half.
   alignas(32) uint16_t words[16], bases[16];
-  _mm256_store_si256(reinterpret_cast<__m256i*>(words), s);
-  _mm256_store_si256(reinterpret_cast<__m256i*>(bases), base);
-  FromWords(words, bases, params, a);
-  FromWords(words + 8, bases + 8, params, b);
+  _mm256_store_si256(reinterpret_cast<__m256i*>(words), _mm256_add_epi16(st.sums, st.diffs));
+  _mm256_store_si256(reinterpret_cast<__m256i*>(bases), st.base);
+  FromWords(words + 4, bases + 4, params, a);
+  FromWords(words + 12, bases + 12, params, b);
   Advance(a, x);
   Advance(b, x);
   StepLane(a, n - x, params);
