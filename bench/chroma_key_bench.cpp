@@ -10,11 +10,15 @@
 
 #include "bench/chroma_key_footage.h"
 #include "filters/chroma_key_kernel.h"
+#include "host/aligned_vector.h"
 #include "package/cpu.h"
 
 namespace {
 
 using namespace nimbo;
+
+// Frames 64-byte aligned, as the nimbo host gives them.
+using Frame = host::AlignedVector<uint32_t>;
 
 constexpr int32_t kW = 1920, kH = 1080;
 constexpr size_t kPixels = size_t(kW) * kH;
@@ -24,8 +28,8 @@ const bench::Footage& Clip() {
   return footage;
 }
 
-const std::vector<uint32_t>& Background() {
-  static const std::vector<uint32_t> back = bench::MakeFootage(kW, kH, 0x808080, 2).frame;
+const Frame& Background() {
+  static const Frame back = bench::MakeFootage(kW, kH, 0x808080, 2).frame;
   return back;
 }
 
@@ -37,7 +41,7 @@ ChromaKeyParams BenchParams() {
 }
 
 void BM_FrameCopy(benchmark::State& state) {
-  std::vector<uint32_t> out(kPixels);
+  Frame out(kPixels);
   for (auto _ : state) {
     std::memcpy(out.data(), Clip().frame.data(), kPixels * 4);
     benchmark::DoNotOptimize(out.data());
@@ -48,8 +52,8 @@ BENCHMARK(BM_FrameCopy)->Unit(benchmark::kMillisecond);
 
 // The input is restored outside the timed part: the kernel works in place.
 void RunKey(benchmark::State& state, ChromaKeyFn fn, const ChromaKeyParams& params,
-            const std::vector<uint32_t>& frame) {
-  std::vector<uint32_t> out(kPixels);
+            const Frame& frame) {
+  Frame out(kPixels);
   for (auto _ : state) {
     state.PauseTiming();
     std::memcpy(out.data(), frame.data(), kPixels * 4);
@@ -93,8 +97,8 @@ template <ChromaKeyFn kFn>
 void BM_KeyAllScreen(benchmark::State& state) {
   if (!Supported(kFn, state)) return;
   // The screen colour with up to 8 steps of noise per channel: all inside the cone.
-  static const std::vector<uint32_t> screen = [] {
-    std::vector<uint32_t> px(kPixels);
+  static const Frame screen = [] {
+    Frame px(kPixels);
     std::mt19937 rng(3);
     for (uint32_t& p : px) p = 0xFF1830D0u + (rng() & 0x070707) - 0x040404;
     return px;
@@ -104,7 +108,7 @@ void BM_KeyAllScreen(benchmark::State& state) {
 template <ChromaKeyFn kFn>
 void BM_KeyAllSubject(benchmark::State& state) {
   if (!Supported(kFn, state)) return;
-  static const std::vector<uint32_t> subject(kPixels, 0xFFC08050);
+  static const Frame subject(kPixels, 0xFFC08050);
   RunKey(state, kFn, BenchParams(), subject);
 }
 BENCHMARK(BM_KeyIdentityMap<ChromaKeyAvx2>)->Name("BM_KeyAvx2IdentityMap")->Unit(benchmark::kMillisecond);
@@ -127,7 +131,7 @@ BENCHMARK(BM_KeyTableBuild)->Unit(benchmark::kMillisecond);
 void RunTable(benchmark::State& state, KeyTableApplyFn fn) {
   std::vector<uint32_t> table(kKeyTableWords);
   BuildKeyTable(table.data(), BenchParams(), ChromaKeyKernel());
-  std::vector<uint32_t> out(kPixels);
+  Frame out(kPixels);
   for (auto _ : state) {
     state.PauseTiming();
     std::memcpy(out.data(), Clip().frame.data(), kPixels * 4);
@@ -142,7 +146,7 @@ BENCHMARK(BM_KeyTableApplyScalar)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_KeyTableApplySimd)->Unit(benchmark::kMillisecond);
 
 void BM_XtractAlpha(benchmark::State& state) {
-  std::vector<uint32_t> out(kPixels);
+  Frame out(kPixels);
   for (auto _ : state) {
     XtractAlphaKernel()(Clip().frame.data(), out.data(), kPixels, false);
     benchmark::ClobberMemory();
@@ -152,7 +156,7 @@ BENCHMARK(BM_XtractAlpha)->Unit(benchmark::kMillisecond);
 
 void BM_ColorTrafo(benchmark::State& state) {
   const ColorMatrix m = ComputeColorMatrix({0.7f, 1.3f, 1.1f});
-  std::vector<uint32_t> out(kPixels);
+  Frame out(kPixels);
   for (auto _ : state) {
     ColorMatrixKernel()(Clip().frame.data(), out.data(), kPixels, m);
     benchmark::ClobberMemory();

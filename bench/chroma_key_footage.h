@@ -9,11 +9,14 @@
 #include <random>
 #include <vector>
 
+#include "host/aligned_vector.h"
+
 namespace nimbo::bench {
 
 struct Footage {
   int32_t width = 0, height = 0;
-  std::vector<uint32_t> frame;  // 0xAARRGGBB, alpha 255
+  // 0xAARRGGBB, alpha 255; on 64 bytes, as the host's frames are.
+  nimbo::host::AlignedVector<uint32_t> frame;
   std::vector<float> matte;     // true foreground coverage, 0..1
 };
 

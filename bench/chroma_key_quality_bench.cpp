@@ -41,7 +41,7 @@ std::vector<float> KeyOurs(const bench::Footage& f, uint32_t key, const OursSett
   in.angle = s.angle;
   const std::vector<AlphaPoint> map = {{s.x0, 0.0f}, {s.x1, 1.0f}};
   const ChromaKeyParams params = MakeChromaKeyParams(in, BuildAlphaLut(map));
-  std::vector<uint32_t> px = f.frame;
+  std::vector<uint32_t> px(f.frame.begin(), f.frame.end());
   for (uint32_t& p : px) p &= 0x00FFFFFF;  // foreground keeps alpha 0 = opaque
   ChromaKeyKernel()(px.data(), nullptr, px.size(), params);
   std::vector<float> coverage(px.size());
