@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <deque>
 #include <random>
 #include <string>
@@ -77,6 +78,89 @@ TEST(TimeBlurKernel, SimdMatchesScalarIncludingSaturation) {
   // 0xFFFF + 255 stays 0xFFFF and 10 - 255 gives 0 (wrapped, they would come
   // out as 127 and 255); 0xFFFF >> 1 and 5000 >> 1 clamp to 255.
   EXPECT_EQ(dst, 0xFF0000FFu);
+}
+
+// The packed words as the layout describes them, read independently of the
+// kernels: per 16 pixels 64 high bytes and 32 nibble bytes, then plain words.
+uint16_t PackedWord(const std::vector<uint8_t>& sums, size_t count, int32_t shift, size_t channel) {
+  const size_t blocks = count / 16;
+  if (channel >= blocks * 64) {
+    uint16_t word;
+    std::memcpy(&word, sums.data() + blocks * 96 + (channel - blocks * 64) * 2, 2);
+    return word;
+  }
+  const uint8_t* block = sums.data() + channel / 64 * 96;
+  const size_t c = channel % 64;
+  const int32_t nibble = c < 32 ? block[64 + c] & 15 : block[64 + c - 32] >> 4;
+  return uint16_t(block[c] << shift | nibble);
+}
+
+TEST(TimeBlurKernel, PackedSumsFollowThePlainOnes) {
+  std::mt19937 rng(3);
+  auto random_frame = [&rng](size_t count) {
+    std::vector<uint32_t> f(count);
+    for (auto& p : f) p = rng();
+    return f;
+  };
+  std::vector<nimbo::TimeBlurPackedStepFn> packed_steps = {nimbo::TimeBlurPackedStepScalar};
+  if (nimbo::CpuHasAvx2()) packed_steps.push_back(nimbo::TimeBlurPackedStepAvx2);
+  // A history from a reset frame: every frame's output, ring slot and sums
+  // equal the plain step's, at every n the packed form takes.
+  for (int32_t n : {1, 2, 3, 5, 8, 16}) {
+    const int32_t shift = nimbo::TimeBlurShift(n);
+    for (size_t count : {1u, 15u, 16u, 17u, 47u, 100u}) {
+      SCOPED_TRACE(::testing::Message() << "n " << n << ", " << count << " pixels");
+      const std::vector<uint32_t> first = random_frame(count);
+      std::vector<std::vector<uint32_t>> ref_ring(size_t(n), first);
+      std::vector<uint16_t> ref_sum(count * 4);
+      nimbo::TimeBlurFillSum(first.data(), ref_sum.data(), count, n);
+      std::vector<std::vector<std::vector<uint32_t>>> rings(packed_steps.size(), ref_ring);
+      std::vector<std::vector<uint8_t>> sums(packed_steps.size(), std::vector<uint8_t>(count * 8));
+      for (auto& s : sums) nimbo::TimeBlurFillPackedSum(first.data(), s.data(), count, n);
+      for (int32_t frame = 0; frame < 2 * n + 3; ++frame) {
+        const std::vector<uint32_t> in = random_frame(count);
+        std::vector<uint32_t> ref_out(count);
+        nimbo::TimeBlurStepScalar(in.data(), ref_out.data(), ref_ring[size_t(frame % n)].data(), ref_sum.data(),
+                                  count, {shift});
+        for (size_t k = 0; k < packed_steps.size(); ++k) {
+          std::vector<uint32_t> out(count);
+          packed_steps[k](in.data(), out.data(), rings[k][size_t(frame % n)].data(), sums[k].data(), count, {shift});
+          ASSERT_EQ(out, ref_out) << "version " << k << ", frame " << frame;
+          ASSERT_EQ(rings[k], ref_ring) << "version " << k;
+        }
+      }
+      for (size_t k = 0; k < packed_steps.size(); ++k) {
+        for (size_t c = 0; c < count * 4; ++c) {
+          ASSERT_EQ(PackedWord(sums[k], count, shift, c), ref_sum[c]) << "version " << k << ", channel " << c;
+        }
+      }
+    }
+  }
+  // Any content at all, nibbles above the shift's bits included: the SIMD
+  // step gives the scalar step's bytes, in place too.
+  if (!nimbo::CpuHasAvx2()) return;
+  for (int32_t shift = 0; shift <= nimbo::kTimeBlurPackedMaxShift; ++shift) {
+    for (size_t count : {16u, 33u, 100u}) {
+      SCOPED_TRACE(::testing::Message() << "shift " << shift << ", " << count << " pixels");
+      std::vector<uint32_t> src = random_frame(count), ring = random_frame(count);
+      std::vector<uint8_t> sums(count * 8);
+      for (auto& b : sums) b = uint8_t(rng());
+      // The tail's plain words near both ends, so their saturation runs.
+      for (size_t i = count / 16 * 96; i + 1 < sums.size(); i += 2) {
+        const uint16_t word = uint16_t(rng() % 2 ? 0xFFF0 + rng() % 16 : rng() % 300);
+        std::memcpy(&sums[i], &word, 2);
+      }
+      std::vector<uint32_t> ref_ring = ring, ref_out = src;
+      std::vector<uint8_t> ref_sums = sums;
+      nimbo::TimeBlurPackedStepScalar(ref_out.data(), ref_out.data(), ref_ring.data(), ref_sums.data(), count,
+                                      {shift});
+      auto out = src;
+      nimbo::TimeBlurPackedStepAvx2(out.data(), out.data(), ring.data(), sums.data(), count, {shift});
+      EXPECT_EQ(out, ref_out);
+      EXPECT_EQ(ring, ref_ring);
+      EXPECT_EQ(sums, ref_sums);
+    }
+  }
 }
 
 // Output = min(255, sum of the last n frames / 2^s), 2^s the first power of two
@@ -183,6 +267,27 @@ TEST(TimeBlur2, SettingsBuffersAndRefusals) {
   host.refuse_memory = true;
   EXPECT_EQ(Render(*fx, small, untouched), 0);
   EXPECT_EQ(untouched.pixels, std::vector<uint32_t>(15, 0x12345678));
+}
+
+// Buffers of a new size hold what the host put there. Zeros are a history of
+// black; anything else is read as plain 16-bit sums, saturation and all,
+// whatever form the effect keeps its own sums in.
+TEST(TimeBlur2, BuffersOfANewSizeAreReadAsTheHostFilledThem) {
+  for (uint8_t fill : {0x00, 0x40}) {
+    SCOPED_TRACE(::testing::Message() << "fill " << int(fill));
+    TestHost host(8, 6);
+    auto fx = MakeTimeBlur(host, 0);  // n = 8
+    OwnedScreen big(8, 6, 0x10203040), in(8, 4, 0x80808080), out(8, 4);
+    Render(*fx, big, big);
+    host.fresh_memory = fill;
+    host.SetOutputSize(8, 4);
+    // Zeros: 0x80 over eight frames, one frame in. A word of 0x4040:
+    // 0x4040 + 0x80 - 0x40 = 16512, >> 3 clamps to 255.
+    ASSERT_EQ(Render(*fx, in, out), 1);
+    EXPECT_EQ(out.pixels, std::vector<uint32_t>(32, fill ? 0xFFFFFFFF : 0x10101010));
+    ASSERT_EQ(Render(*fx, in, out), 1);
+    EXPECT_EQ(out.pixels, std::vector<uint32_t>(32, fill ? 0xFFFFFFFF : 0x20202020));
+  }
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace nimbo::testing {
 void* TestHost::GetMemory(int32_t slot, size_t bytes) {
   if (refuse_memory) return nullptr;
   std::vector<uint8_t>& buffer = memory[slot];
-  if (buffer.size() != bytes) buffer.assign(bytes, 0);
+  if (buffer.size() != bytes) buffer.assign(bytes, fresh_memory);
   return buffer.empty() ? nullptr : buffer.data();
 }
 

@@ -46,6 +46,7 @@ class TestHost final : public orrery::HostContext {
   std::map<int32_t, std::vector<uint8_t>> memory;
   int64_t time_ms = 0;
   bool refuse_memory = false;  // the memory service has nothing to give
+  uint8_t fresh_memory = 0;    // the byte a new or resized buffer is filled with
 
  private:
   int32_t width_;
