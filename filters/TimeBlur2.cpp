@@ -157,7 +157,7 @@ class CTimeBlur2Dfx final : public CEffectBase {
     return settings_.n_screens;
   }
 
-  // The packed sums (see time_blur_kernel.h) take a fifth off the sum's
+  // The packed sums (see time_blur_kernel.h) take a quarter off the sum's
   // memory traffic; they hold sums of up to 16 frames and need the SIMD step.
   bool CanPack() const { return shift_ <= kTimeBlurPackedMaxShift && TimeBlurPackedStep() != nullptr; }
 

@@ -66,9 +66,8 @@ void TimeBlurPackedStepScalar(const uint32_t* src, uint32_t* dst, uint32_t* ring
                               const TimeBlurParams& params);
 void TimeBlurPackedStepAvx2(const uint32_t* src, uint32_t* dst, uint32_t* ring, uint8_t* sums, size_t count,
                             const TimeBlurParams& params);
-// The SIMD packed step when this CPU runs it, else nullptr: without it the
-// packed form costs more arithmetic than it saves in memory, and TimeBlur2
-// keeps the plain sums.
+// The SIMD packed step when this CPU runs it, else nullptr (there is no SSE2
+// version; TimeBlur2 then keeps the plain sums).
 TimeBlurPackedStepFn TimeBlurPackedStep();
 
 // The packed sums of a reset frame: n copies of src (n <= 16).
