@@ -101,9 +101,8 @@ class CTimeBlur2Dfx final : public CEffectBase {
       // The host handed buffers of a new size, with its own contents: they
       // are plain sums. Zeros read the same in both forms, and a history of
       // zeros can only produce sums the packed form holds.
-      packed_ = CanPack() && AllZero(sum, count * 8) && std::all_of(ring, ring + n, [count](const uint32_t* r) {
-                  return AllZero(r, count * 4);
-                });
+      packed_ = CanPack() && AllZero(sum, count * 8) &&
+                std::all_of(ring, ring + n, [count](const uint32_t* r) { return AllZero(r, count * 4); });
       sums_count_ = count;
     }
     if (index_ >= n) index_ = 0;
@@ -179,7 +178,7 @@ class CTimeBlur2Dfx final : public CEffectBase {
   int32_t shift_ = 3;
   float reset_button_ = 0.0f;  // written by the host's button
   int32_t last_button_ = 0;
-  int32_t index_ = 0;  // ring slot of the oldest frame
+  int32_t index_ = 0;      // ring slot of the oldest frame
   bool packed_ = false;    // the sum buffer holds packed sums
   size_t sums_count_ = 0;  // pixels the sum buffer was last filled or checked for
   bool reset_requested_ = true;

@@ -116,7 +116,7 @@ void TimeBlurFillSum(const uint32_t* src, uint16_t* sum, size_t count, int32_t n
 namespace {
 
 constexpr size_t kBlockChannels = kTimeBlurPackedBlockPixels * 4;  // 64
-constexpr size_t kNibbleBytes = kBlockChannels / 2;                 // 32
+constexpr size_t kNibbleBytes = kBlockChannels / 2;                // 32
 
 // The plain words of the pixels after the last whole block.
 inline uint16_t* PackedTail(uint8_t* sums, size_t count) {
@@ -168,7 +168,7 @@ void TimeBlurPackedStepScalar(const uint32_t* src, uint32_t* dst, uint32_t* ring
 
 namespace {
 
-// One block of 16 pixels. The words are widened within 128-bit halves
+// Whole blocks of 16 pixels. The words are widened within 128-bit halves
 // (unpack), and packus undoes that order, so no lane crossing is needed;
 // the nibble bytes line up with the channels the same way.
 template <int kShift>
@@ -188,11 +188,13 @@ NIMBO_TARGET_AVX2 void PackedBlocksAvx2(const uint8_t* s8, uint8_t* d8, uint8_t*
       const __m256i old = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r8 + at));
       const __m256i hi = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(high + 32 * h));
       __m256i words_lo = _mm256_or_si256(_mm256_slli_epi16(_mm256_unpacklo_epi8(hi, zero), kShift),
-                                  _mm256_unpacklo_epi8(halves_low[h], zero));
+                                         _mm256_unpacklo_epi8(halves_low[h], zero));
       __m256i words_hi = _mm256_or_si256(_mm256_slli_epi16(_mm256_unpackhi_epi8(hi, zero), kShift),
-                                   _mm256_unpackhi_epi8(halves_low[h], zero));
-      words_lo = _mm256_subs_epu16(_mm256_adds_epu16(words_lo, _mm256_unpacklo_epi8(in, zero)), _mm256_unpacklo_epi8(old, zero));
-      words_hi = _mm256_subs_epu16(_mm256_adds_epu16(words_hi, _mm256_unpackhi_epi8(in, zero)), _mm256_unpackhi_epi8(old, zero));
+                                         _mm256_unpackhi_epi8(halves_low[h], zero));
+      words_lo = _mm256_subs_epu16(_mm256_adds_epu16(words_lo, _mm256_unpacklo_epi8(in, zero)),
+                                   _mm256_unpacklo_epi8(old, zero));
+      words_hi = _mm256_subs_epu16(_mm256_adds_epu16(words_hi, _mm256_unpackhi_epi8(in, zero)),
+                                   _mm256_unpackhi_epi8(old, zero));
       // Words stay below 256 * 16 + 255, positive as signed 16-bit, so
       // packus is min(255, word >> s).
       const __m256i out = _mm256_packus_epi16(_mm256_srli_epi16(words_lo, kShift), _mm256_srli_epi16(words_hi, kShift));
