@@ -27,10 +27,10 @@
 #include <vector>
 
 #include "bench/color_tracker_scene.h"
+#include "host/effect_host.h"
 #include "orrery/effect.h"
 #include "orrery/services.h"
 #include "package/registry.h"
-#include "package/settings_document.h"
 
 namespace {
 
@@ -65,28 +65,12 @@ Truth TruthAt(int32_t frame) {
   return tr;
 }
 
-class BenchHost final : public orrery::HostContext {
- public:
-  void* GetMainWindow() override { return nullptr; }
-  orrery::ConfigStore* GetConfigStore() override { return &store; }
-  void GetOutputSize(orrery::OutputDesc* out) override { *out = {kW, kH, 25.0f}; }
-  void Notify(int32_t, int32_t) override {}
-  void DeclareSlider(const orrery::SliderDesc&) override {}
-  void PublishDynVars(orrery::DynVar*) override {}
-  void* GetMemory(int32_t, size_t) override { return nullptr; }
-  void FreeMemory(int32_t) override {}
-  int64_t GetTimeMs() override { return time_ms; }
-  void DescribeSetting(const orrery::SettingInfo&) override {}
-  nimbo::SettingsDocument store;
-  int64_t time_ms = 0;
-};
-
 struct Run {
   explicit Run(int32_t smooth) {
     std::string doc = "<Settings><ConfigData><data name=\"object_color\" type=\"int\">" + std::to_string(kObject) +
                       "</data><data name=\"smooth\" type=\"int\">" + std::to_string(smooth) +
                       "</data></ConfigData></Settings>";
-    host.store.Load(doc);
+    host.Store().Load(doc);
     effect.reset(nimbo::PackageRegistry().Create(kColorTrackerIndex));
     effect->SetHostContext(&host);
     effect->UpdateConfig();
@@ -94,7 +78,7 @@ struct Run {
   }
   // Renders one frame and answers the published point in pixels.
   void Render(int32_t frame, const orrery::Screen& in, orrery::Screen* out, double& px, double& py) {
-    host.time_ms = int64_t(frame) * 40;
+    host.SetFrame(frame);  // 40 ms a frame at 25 fps
     const orrery::Screen* inputs[] = {&in};
     effect->Render({inputs, 1}, out);
     struct Xy {
@@ -109,7 +93,7 @@ struct Run {
     px = xy.x;
     py = xy.y;
   }
-  BenchHost host;
+  nimbo::host::EffectHost host{kW, kH, 25.0};
   std::unique_ptr<orrery::Effect> effect;
   std::vector<double> errors;          // fully visible frames, settled
   std::vector<double> settling;        // fully visible frames before re-acquisition

@@ -2,24 +2,22 @@
 // Fast h-Blur, beside a one-core frame copy measured in the same run, so the
 // figures read as ratios on a shared, noisy machine.
 //
-// The effects run through the package's registry with a minimal in-process
-// host (memory service, sliders, dynamic variables), which is the path a real
-// host takes; the Retina Killer and TimeBlur2 kernels are also timed alone in
+// The effects run through the package's registry with the nimbo host's own
+// effect context (memory service, sliders, dynamic variables), the path a
+// real render takes; the Retina Killer and TimeBlur2 kernels are also timed alone in
 // their scalar and SIMD versions.
 #include <benchmark/benchmark.h>
 
 #include <cstring>
-#include <map>
 #include <memory>
 #include <random>
-#include <string>
 #include <vector>
 
 #include "filters/box_blur_kernel.h"
 #include "filters/retina_kernel.h"
 #include "filters/time_blur_kernel.h"
 #include "host/aligned_vector.h"
-#include "orrery/host_context.h"
+#include "host/effect_host.h"
 #include "package/cpu.h"
 #include "package/registry.h"
 
@@ -34,35 +32,6 @@ constexpr int32_t kHeight = 1080;
 constexpr size_t kPixels = size_t(kWidth) * kHeight;
 
 enum EffectIndex : int32_t { kLoPass = 1, kTimeBlur2 = 2, kFastHBlur = 3, kRetinaKiller = 9, kLowQ = 23 };
-
-class BenchHost final : public orrery::HostContext {
- public:
-  void* GetMainWindow() override { return nullptr; }
-  orrery::ConfigStore* GetConfigStore() override { return nullptr; }  // effects keep their defaults
-  void GetOutputSize(orrery::OutputDesc* out) override { *out = {kWidth, kHeight, 25.0f}; }
-  void Notify(int32_t, int32_t) override {}
-  void DeclareSlider(const orrery::SliderDesc& slider) override { sliders[slider.name] = slider.value; }
-  void PublishDynVars(orrery::DynVar* head) override { dynvars = head; }
-  void* GetMemory(int32_t slot, size_t bytes) override {
-    Buffer<uint8_t>& buffer = memory[slot];
-    if (buffer.size() != bytes) buffer.assign(bytes, 0);
-    return buffer.data();
-  }
-  void FreeMemory(int32_t slot) override { memory.erase(slot); }
-  int64_t GetTimeMs() override { return 0; }
-  void DescribeSetting(const orrery::SettingInfo&) override {}
-
-  float* DynVar(const char* name) {
-    for (orrery::DynVar* v = dynvars; v; v = v->next) {
-      if (std::strcmp(v->name, name) == 0) return &v->value;
-    }
-    return nullptr;
-  }
-
-  std::map<std::string, float*> sliders;
-  orrery::DynVar* dynvars = nullptr;
-  std::map<int32_t, Buffer<uint8_t>> memory;
-};
 
 struct Frames {
   Frames() : a(kPixels), b(kPixels), out(kPixels) {
@@ -124,7 +93,7 @@ BENCHMARK(BM_FrameCopyStreaming)->Unit(benchmark::kMillisecond);
 template <class Setup>
 void RunEffect(benchmark::State& state, int32_t index, Setup setup) {
   Frames& f = TestFrames();
-  BenchHost host;
+  nimbo::host::EffectHost host(kWidth, kHeight, 25.0);
   std::unique_ptr<orrery::Effect> fx(nimbo::PackageRegistry().Create(index));
   fx->SetHostContext(&host);
   fx->UpdateConfig();
@@ -142,28 +111,28 @@ void RunEffect(benchmark::State& state, int32_t index, Setup setup) {
 }
 
 void BM_TimeBlur2_n8(benchmark::State& state) {
-  RunEffect(state, kTimeBlur2, [](BenchHost&) {});  // n = 8 is the default
+  RunEffect(state, kTimeBlur2, [](nimbo::host::EffectHost&) {});  // n = 8 is the default
 }
 BENCHMARK(BM_TimeBlur2_n8)->Unit(benchmark::kMillisecond);
 
 void BM_RetinaKiller(benchmark::State& state) {
-  RunEffect(state, kRetinaKiller, [](BenchHost&) {});
+  RunEffect(state, kRetinaKiller, [](nimbo::host::EffectHost&) {});
 }
 BENCHMARK(BM_RetinaKiller)->Unit(benchmark::kMillisecond);
 
 void BM_LowQ_defaults(benchmark::State& state) {
-  RunEffect(state, kLowQ, [](BenchHost&) {});
+  RunEffect(state, kLowQ, [](nimbo::host::EffectHost&) {});
 }
 BENCHMARK(BM_LowQ_defaults)->Unit(benchmark::kMillisecond);
 
 void BM_LoPass(benchmark::State& state) {
-  RunEffect(state, kLoPass, [](BenchHost&) {});
+  RunEffect(state, kLoPass, [](nimbo::host::EffectHost&) {});
 }
 BENCHMARK(BM_LoPass)->Unit(benchmark::kMillisecond);
 
 void BM_FastHBlur(benchmark::State& state) {
   const float radius = float(state.range(0));
-  RunEffect(state, kFastHBlur, [radius](BenchHost& host) { *host.DynVar("Radius") = radius; });
+  RunEffect(state, kFastHBlur, [radius](nimbo::host::EffectHost& host) { host.FindDynVar("Radius")->value = radius; });
 }
 BENCHMARK(BM_FastHBlur)->Arg(1)->Arg(8)->Arg(64)->Arg(100)->Arg(101)->Arg(255)->Unit(benchmark::kMillisecond);
 

@@ -14,10 +14,9 @@
 #include "filters/distorter_map.h"
 #include "filters/distorter_sample.h"
 #include "host/aligned_vector.h"
+#include "host/effect_host.h"
 #include "orrery/effect.h"
-#include "orrery/host_context.h"
 #include "package/registry.h"
-#include "package/settings_document.h"
 
 namespace {
 
@@ -126,25 +125,10 @@ BENCHMARK(BM_DistorterMapBuild)
 
 // ---- whole effects through the interface ----------------------------------------
 
-class BenchHost final : public orrery::HostContext {
- public:
-  void* GetMainWindow() override { return nullptr; }
-  orrery::ConfigStore* GetConfigStore() override { return &store; }
-  void GetOutputSize(orrery::OutputDesc* out) override { *out = {kW, kH, 25.0f}; }
-  void Notify(int32_t, int32_t) override {}
-  void DeclareSlider(const orrery::SliderDesc&) override {}
-  void PublishDynVars(orrery::DynVar*) override {}
-  void* GetMemory(int32_t, size_t) override { return nullptr; }
-  void FreeMemory(int32_t) override {}
-  int64_t GetTimeMs() override { return 0; }
-  void DescribeSetting(const orrery::SettingInfo&) override {}
-  nimbo::SettingsDocument store;
-};
-
 // Arg: the effect's index in the package (4 RGB Displacer, 5 ColorReducer,
 // 8 Glitter, 21 Distorter).
 void BM_Effect(benchmark::State& state) {
-  BenchHost host;
+  nimbo::host::EffectHost host(kW, kH, 25.0);
   std::unique_ptr<orrery::Effect> effect(nimbo::PackageRegistry().Create(int32_t(state.range(0))));
   effect->SetHostContext(&host);
   effect->UpdateConfig();
