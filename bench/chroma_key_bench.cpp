@@ -8,10 +8,10 @@
 #include <random>
 #include <vector>
 
-#include "bench/chroma_key_footage.h"
-#include "filters/chroma_key_kernel.h"
-#include "host/aligned_vector.h"
-#include "package/cpu.h"
+#include "chroma_key_footage.h"
+#include "chroma_key_kernel.h"
+#include "runtime/aligned_vector.h"
+#include "core/cpu.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "host/aligned_vector.h"
+#include "runtime/aligned_vector.h"
 
 namespace nimbo::bench {
 

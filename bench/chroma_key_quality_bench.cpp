@@ -16,8 +16,8 @@
 #include <string>
 #include <vector>
 
-#include "bench/chroma_key_footage.h"
-#include "filters/chroma_key_kernel.h"
+#include "chroma_key_footage.h"
+#include "chroma_key_kernel.h"
 
 namespace {
 

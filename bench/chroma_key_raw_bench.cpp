@@ -11,8 +11,8 @@
 #include <cstring>
 #include <vector>
 
-#include "filters/chroma_key_kernel.h"
-#include "host/aligned_vector.h"
+#include "chroma_key_kernel.h"
+#include "runtime/aligned_vector.h"
 
 namespace {
 

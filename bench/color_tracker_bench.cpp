@@ -12,11 +12,11 @@
 #include <cstring>
 #include <vector>
 
-#include "bench/color_tracker_scene.h"
-#include "filters/color_tracker_match.h"
-#include "filters/color_tracker_moments.h"
-#include "filters/color_tracker_search.h"
-#include "package/cpu.h"
+#include "color_tracker_scene.h"
+#include "color_tracker_match.h"
+#include "color_tracker_moments.h"
+#include "color_tracker_search.h"
+#include "core/cpu.h"
 
 namespace {
 

@@ -26,11 +26,11 @@
 #include <string>
 #include <vector>
 
-#include "bench/color_tracker_scene.h"
-#include "host/effect_host.h"
+#include "color_tracker_scene.h"
+#include "runtime/effect_host.h"
 #include "orrery/effect.h"
 #include "orrery/services.h"
-#include "package/registry.h"
+#include "core/registry.h"
 
 namespace {
 

@@ -15,9 +15,9 @@
 #include <random>
 #include <vector>
 
-#include "engine/nb3d.h"
+#include "nb3d/nb3d.h"
 #include "orrery/host_context.h"
-#include "package/registry.h"
+#include "core/registry.h"
 #include "render3d/engine_loader.h"
 
 namespace {

@@ -13,13 +13,13 @@
 #include <random>
 #include <vector>
 
-#include "filters/box_blur_kernel.h"
-#include "filters/retina_kernel.h"
-#include "filters/time_blur_kernel.h"
-#include "host/aligned_vector.h"
-#include "host/effect_host.h"
-#include "package/cpu.h"
-#include "package/registry.h"
+#include "fast_hblur_kernel.h"
+#include "retina_killer_kernel.h"
+#include "time_blur_kernel.h"
+#include "runtime/aligned_vector.h"
+#include "runtime/effect_host.h"
+#include "core/cpu.h"
+#include "core/registry.h"
 
 namespace {
 

@@ -11,12 +11,12 @@
 #include <string>
 #include <vector>
 
-#include "filters/distorter_map.h"
-#include "filters/distorter_sample.h"
-#include "host/aligned_vector.h"
-#include "host/effect_host.h"
+#include "distorter_map.h"
+#include "distorter_sample.h"
+#include "runtime/aligned_vector.h"
+#include "runtime/effect_host.h"
 #include "orrery/effect.h"
-#include "package/registry.h"
+#include "core/registry.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 
 #include "orrery/package.h"
 #include "orrery/services.h"
-#include "package/settings_document.h"
+#include "framework/settings_document.h"
 
 namespace {
 

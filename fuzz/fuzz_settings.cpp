@@ -10,9 +10,9 @@
 #include <string>
 #include <string_view>
 
-#include "package/config_data.h"
-#include "package/dynvar_list.h"
-#include "package/xml_document.h"
+#include "framework/config_data.h"
+#include "framework/dynvar_list.h"
+#include "framework/xml_document.h"
 
 namespace {
 

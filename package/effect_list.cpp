@@ -1,10 +1,34 @@
 // The order below is the index order a host creates effects by. It is fixed
 // here, in one place, so that it never depends on link order. Never reorder.
-#include "package/effect_list.h"
-
-#include "package/registry.h"
+#include "core/registry.h"
 
 namespace nimbo {
+
+// Each creator is defined in its effect's folder.
+orrery::Effect* NewReScaler();
+orrery::Effect* NewLoPass();
+orrery::Effect* NewTimeBlur2();
+orrery::Effect* NewFastHBlur();
+orrery::Effect* NewRGBDisplacer();
+orrery::Effect* NewColorReducer();
+orrery::Effect* NewEvaluator3D();
+orrery::Effect* New3DSViewer();
+orrery::Effect* NewGlitter();
+orrery::Effect* NewRetinaKiller();
+orrery::Effect* NewBlob3D();
+orrery::Effect* NewDonkey();
+orrery::Effect* NewImplicitBeast();
+orrery::Effect* NewWAXViewer();
+orrery::Effect* NewWAXRotate();
+orrery::Effect* New3DStoWAX();
+orrery::Effect* NewChromaKeyPRO();
+orrery::Effect* NewXtractAlpha();
+orrery::Effect* NewColorTrafo();
+orrery::Effect* NewColorTracker();
+orrery::Effect* NewText3D();
+orrery::Effect* NewDistorter();
+orrery::Effect* NewWAXCombine();
+orrery::Effect* NewLowQ();
 
 const Registry& PackageRegistry() {
   static const Registry registry = [] {

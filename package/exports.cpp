@@ -2,8 +2,8 @@
 // (everything else is hidden by the build's visibility settings).
 #include "orrery/package.h"
 #include "orrery/services.h"
-#include "package/platform.h"
-#include "package/registry.h"
+#include "core/platform.h"
+#include "core/registry.h"
 
 #define NIMBO_EXPORT extern "C" __attribute__((visibility("default")))
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "orrery/package.h"
-#include "package/platform.h"
-#include "support/test_host.h"
+#include "core/platform.h"
+#include "test_host.h"
 
 namespace {
 

@@ -16,10 +16,10 @@
 
 #include "orrery/package.h"
 #include "orrery/services.h"
-#include "package/config_data.h"
-#include "package/effect_base.h"
-#include "package/xml_document.h"
-#include "support/test_host.h"
+#include "framework/config_data.h"
+#include "core/effect_base.h"
+#include "framework/xml_document.h"
+#include "test_host.h"
 
 namespace {
 

@@ -1,8 +1,9 @@
-#include "support/test_host.h"
+#include "test_host.h"
 
 #include <cstring>
+#include <string>
 
-#include "package/registry.h"
+#include "core/registry.h"
 
 namespace nimbo::testing {
 
@@ -27,22 +28,22 @@ const orrery::SliderDesc* TestHost::FindSlider(const char* name) const {
   return nullptr;
 }
 
-OwnedScreen::OwnedScreen(int32_t width, int32_t height, uint32_t fill)
-    : pixels(size_t(width) * size_t(height), fill) {
-  screen = {width, height, pixels.data()};
-}
-
-void FillRandom(OwnedScreen& s, uint32_t seed) {
-  uint32_t x = seed * 2654435761u + 12345u;
-  for (uint32_t& p : s.pixels) {
-    x ^= x << 13;
-    x ^= x >> 17;
-    x ^= x << 5;
-    p = x;
+int32_t EffectIndex(const char* name) {
+  const std::string wanted = name;
+  const Registry& registry = PackageRegistry();
+  for (int32_t i = 0; i < registry.Count(); ++i) {
+    std::unique_ptr<orrery::Effect> effect(registry.Create(i));
+    if (!effect) continue;
+    const std::string full = effect->GetName();
+    const size_t slash = full.rfind('\\');
+    if (full.substr(slash == std::string::npos ? 0 : slash + 1) == wanted) return i;
   }
+  return -1;
 }
 
-std::unique_ptr<orrery::Effect> MakeEffect(int32_t index, TestHost* host) {
+std::unique_ptr<orrery::Effect> MakeEffect(const char* name, TestHost* host) {
+  const int32_t index = EffectIndex(name);
+  if (index < 0) return nullptr;
   std::unique_ptr<orrery::Effect> effect(PackageRegistry().Create(index));
   if (effect && host) effect->SetHostContext(host);
   return effect;

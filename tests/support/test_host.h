@@ -11,7 +11,8 @@
 
 #include "orrery/effect.h"
 #include "orrery/services.h"
-#include "package/settings_document.h"
+#include "framework/settings_document.h"
+#include "test_screen.h"
 
 namespace nimbo::testing {
 
@@ -71,19 +72,12 @@ class MessageCapture final : public orrery::MessageService {
   std::vector<Message> messages;
 };
 
-// A screen that owns its pixels.
-struct OwnedScreen {
-  OwnedScreen(int32_t width, int32_t height, uint32_t fill = 0);
-  orrery::Screen screen;
-  std::vector<uint32_t> pixels;
-  uint32_t& At(int32_t x, int32_t y) { return pixels[size_t(y) * screen.width + x]; }
-};
-
-// Pseudo-random pixels from a seed (all four bytes random).
-void FillRandom(OwnedScreen& s, uint32_t seed);
-
-// An effect of the package by its index, with `host` as its host context.
-std::unique_ptr<orrery::Effect> MakeEffect(int32_t index, TestHost* host);
+// The package's effect named `name` (its short name, as `nimbo list` shows
+// it: "ChromaKeyPRO", "Blob 3D"), with `host` as its host context; null when
+// the package has no such effect.
+std::unique_ptr<orrery::Effect> MakeEffect(const char* name, TestHost* host);
+// The registry index of the effect named `name`, or -1.
+int32_t EffectIndex(const char* name);
 
 // Runs Render with `inputs` into `out` and returns its result.
 int32_t RenderOnce(orrery::Effect& effect, std::vector<const orrery::Screen*> inputs, orrery::Screen* out);

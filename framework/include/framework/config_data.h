@@ -1,0 +1,82 @@
+// ConfigData: the configuration store of an effect, kept in an XML document.
+//
+// Layout: the root "Settings" holds a "ConfigData" block, which holds one
+// element per value in the order of writing:
+//   <data name="KEY" type="int|float|string|path">VALUE</data>
+// Integers are written with "%i", floats with "%f" (six decimals: 0.1234567 is
+// stored as 0.123457, deliberately), strings and paths as they are (the
+// document encodes them).
+//
+// Reads take the first "data" element whose name equals the key, whatever its
+// type attribute says; missing values answer the caller's default. Writes
+// append and never replace, so an effect writes each key once after
+// BeginWriting. The integer key "!" is never stored and always reads 1; a
+// write of "!" or of an ignored key succeeds and writes nothing.
+//
+// Number texts are read and written in the C locale whatever the process
+// locale is, so settings files stay portable.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "orrery/config_store.h"
+#include "framework/xml_document.h"
+
+namespace nimbo {
+
+inline constexpr char kSettingsElem[] = "Settings";
+inline constexpr char kConfigDataElem[] = "ConfigData";
+
+class ConfigData final : public orrery::ConfigStore {
+ public:
+  static constexpr int32_t kMaxIgnoredKeys = 16;
+
+  // The document is not owned and must outlive the store.
+  explicit ConfigData(XmlDocument* doc) : doc_(doc) {}
+
+  // Writes of `key` will be skipped. False when the list is full.
+  bool AddIgnoredKey(const char* key);
+  // Whether the document holds "Settings"/"ConfigData".
+  bool HasBlock();
+
+  // Positions the document in a new "ConfigData" block, creating "Settings"
+  // when it is missing. The new block goes first in "Settings": reads and
+  // writes use the first block, so they see the newest one.
+  void BeginWriting() override;
+  int32_t GetInt(const char* key, int32_t def) override;
+  int32_t SetInt(const char* key, int32_t value) override;
+  float GetFloat(const char* key, float def) override;
+  int32_t SetFloat(const char* key, float value) override;
+  // The answer points into a buffer shared by all string reads of this store.
+  const char* GetString(const char* key, const char* def) override;
+  int32_t SetString(const char* key, const char* value) override;
+  std::string GetPath(const char* key, const char* def, bool* used_default) override;
+  int32_t SetPath(const char* key, const char* path) override;
+
+ private:
+  bool EnterBlock();
+  std::optional<std::string> Find(const char* key);
+  int32_t Write(const char* key, std::string_view text, const char* type);
+  bool IsIgnored(const char* key) const;
+
+  XmlDocument* doc_;
+  std::array<std::string, kMaxIgnoredKeys> ignored_keys_;
+  int32_t ignored_key_count_ = 0;
+  std::string string_buffer_;
+};
+
+// --- Number texts, independent of the process locale.
+std::string FormatInt(int32_t value);  // "%i"
+std::string FormatFloat(float value);  // "%f"
+// Like strtol with `base` (0 = C prefixes, as "%i" scans): leading blanks, a
+// sign, then digits; trailing garbage ignored; out-of-range values clamp.
+// Nothing when no digit was read.
+std::optional<int32_t> ScanInt(const std::string& text, int base);
+// Like strtof in the C locale. Nothing when no number was read.
+std::optional<float> ScanFloat(const std::string& text);
+
+}  // namespace nimbo

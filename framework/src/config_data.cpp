@@ -1,0 +1,149 @@
+// ConfigData: lookup and writing of typed values; locale-independent number texts.
+#include "framework/config_data.h"
+
+#include <locale.h>
+
+#include <charconv>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+namespace nimbo {
+namespace {
+
+constexpr char kDataElem[] = "data";
+constexpr char kNameAttrib[] = "name";
+constexpr char kTypeAttrib[] = "type";
+constexpr char kMarkerKey[] = "!";
+
+bool IsMarker(const char* key) { return std::strcmp(key, kMarkerKey) == 0; }
+
+// Created once and never freed: strtof_l needs a C locale object that lives
+// as long as any thread may read settings.
+locale_t CLocale() {
+  static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", locale_t{});
+  return c_locale;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------------------
+// Number texts
+// ---------------------------------------------------------------------------
+
+std::string FormatInt(int32_t value) {
+  char buffer[16];
+  return std::string(buffer, std::to_chars(buffer, buffer + sizeof buffer, value).ptr);
+}
+
+// to_chars with a precision rounds like printf("%f") on the double, but never
+// looks at the locale. The longest float needs 47 characters.
+std::string FormatFloat(float value) {
+  char buffer[64];
+  const auto result =
+      std::to_chars(buffer, buffer + sizeof buffer, static_cast<double>(value), std::chars_format::fixed, 6);
+  return std::string(buffer, result.ptr);
+}
+
+std::optional<int32_t> ScanInt(const std::string& text, int base) {
+  const char* begin = text.c_str();
+  char* end = nullptr;
+  const long long value = std::strtoll(begin, &end, base);
+  if (end == begin) return std::nullopt;
+  if (value > INT32_MAX) return INT32_MAX;
+  if (value < INT32_MIN) return INT32_MIN;
+  return static_cast<int32_t>(value);
+}
+
+std::optional<float> ScanFloat(const std::string& text) {
+  const char* begin = text.c_str();
+  char* end = nullptr;
+  const locale_t c_locale = CLocale();
+  const float value = c_locale ? strtof_l(begin, &end, c_locale) : std::strtof(begin, &end);
+  if (end == begin) return std::nullopt;
+  return value;
+}
+
+// ---------------------------------------------------------------------------
+// The store
+// ---------------------------------------------------------------------------
+
+bool ConfigData::AddIgnoredKey(const char* key) {
+  if (!key || ignored_key_count_ == kMaxIgnoredKeys) return false;
+  ignored_keys_[ignored_key_count_++] = key;
+  return true;
+}
+
+bool ConfigData::IsIgnored(const char* key) const {
+  if (IsMarker(key)) return true;
+  for (int32_t i = 0; i < ignored_key_count_; ++i) {
+    if (ignored_keys_[i] == key) return true;
+  }
+  return false;
+}
+
+// Leaves the document inside the first "ConfigData" of the first "Settings".
+bool ConfigData::EnterBlock() {
+  doc_->ResetPos();
+  return doc_->FindElem(kSettingsElem) && doc_->FindChildElem(kConfigDataElem) && doc_->IntoElem();
+}
+
+bool ConfigData::HasBlock() { return EnterBlock(); }
+
+std::optional<std::string> ConfigData::Find(const char* key) {
+  if (!key || !EnterBlock()) return std::nullopt;
+  while (doc_->FindChildElem(kDataElem)) {
+    bool named = false;
+    if (doc_->GetChildAttrib(kNameAttrib, &named) == key && named) return doc_->GetChildData();
+  }
+  return std::nullopt;
+}
+
+int32_t ConfigData::Write(const char* key, std::string_view text, const char* type) {
+  if (!key) return 0;
+  if (IsIgnored(key)) return 1;
+  if (!EnterBlock() || !doc_->AddChildElem(kDataElem, text)) return 0;
+  doc_->SetChildAttrib(kNameAttrib, key);
+  doc_->SetChildAttrib(kTypeAttrib, type);
+  return 1;
+}
+
+void ConfigData::BeginWriting() {
+  doc_->ResetPos();
+  if (!doc_->FindElem(kSettingsElem) && !doc_->AddElem(kSettingsElem)) return;
+  if (doc_->InsertChildElem(kConfigDataElem)) doc_->IntoElem();
+}
+
+int32_t ConfigData::GetInt(const char* key, int32_t def) {
+  if (key && IsMarker(key)) return 1;
+  const auto text = Find(key);
+  return text ? ScanInt(*text, 10).value_or(0) : def;
+}
+
+float ConfigData::GetFloat(const char* key, float def) {
+  const auto text = Find(key);
+  return text ? ScanFloat(*text).value_or(0.0f) : def;
+}
+
+const char* ConfigData::GetString(const char* key, const char* def) {
+  auto text = Find(key);
+  if (!text) return def;
+  string_buffer_ = std::move(*text);
+  return string_buffer_.c_str();
+}
+
+std::string ConfigData::GetPath(const char* key, const char* def, bool* used_default) {
+  auto text = Find(key);
+  if (used_default) *used_default = !text;
+  return text ? std::move(*text) : std::string(def ? def : "");
+}
+
+int32_t ConfigData::SetInt(const char* key, int32_t value) { return Write(key, FormatInt(value), "int"); }
+
+int32_t ConfigData::SetFloat(const char* key, float value) { return Write(key, FormatFloat(value), "float"); }
+
+int32_t ConfigData::SetString(const char* key, const char* value) { return Write(key, value ? value : "", "string"); }
+
+int32_t ConfigData::SetPath(const char* key, const char* path) { return Write(key, path ? path : "", "path"); }
+
+}  // namespace nimbo

@@ -1,0 +1,242 @@
+#include "cli/cli_args.h"
+
+#include <charconv>
+#include <cmath>
+
+namespace nimbo::host {
+namespace {
+
+constexpr int32_t kMaxSide = 16384;
+constexpr int64_t kMaxFrames = 100000000;
+
+// Walks the arguments; options take their value from the next argument or
+// after '=' ("--size=640x360").
+class ArgReader {
+ public:
+  explicit ArgReader(const std::vector<std::string>& args) : args_(args) {}
+  bool Done() const { return pos_ >= args_.size(); }
+  // The next argument; an option "--name=value" splits into name and value.
+  std::string Next() {
+    std::string arg = args_[pos_++];
+    pending_value_.clear();
+    has_pending_ = false;
+    if (arg.rfind("--", 0) == 0) {
+      const size_t eq = arg.find('=');
+      if (eq != std::string::npos) {
+        pending_value_ = arg.substr(eq + 1);
+        has_pending_ = true;
+        arg = arg.substr(0, eq);
+      }
+    }
+    return arg;
+  }
+  std::string Value(const std::string& option) {
+    if (has_pending_) {
+      has_pending_ = false;
+      return pending_value_;
+    }
+    if (Done()) throw UsageError(option + " needs a value");
+    return args_[pos_++];
+  }
+  void NoValue(const std::string& option) const {
+    if (has_pending_) throw UsageError(option + " takes no value");
+  }
+
+ private:
+  const std::vector<std::string>& args_;
+  size_t pos_ = 0;
+  std::string pending_value_;
+  bool has_pending_ = false;
+};
+
+template <class T>
+bool ParseWhole(const std::string& text, T* out) {
+  auto [ptr, ec] = std::from_chars(text.data(), text.data() + text.size(), *out);
+  return ec == std::errc() && ptr == text.data() + text.size() && !text.empty();
+}
+
+int64_t ParseFrames(const std::string& option, const std::string& text) {
+  int64_t frames = 0;
+  if (!ParseWhole(text, &frames) || frames < 1 || frames > kMaxFrames)
+    throw UsageError(option + " " + text + ": expected a frame count from 1 to " + std::to_string(kMaxFrames));
+  return frames;
+}
+
+void ParseSizeOption(const std::string& option, const std::string& text, int32_t* w, int32_t* h) {
+  if (!ParseSize(text, w, h))
+    throw UsageError(option + " " + text + ": expected WIDTHxHEIGHT, each from 1 to " + std::to_string(kMaxSide));
+}
+
+// Options that belong to one effect of a render (the latest named one).
+bool ParseStageOption(const std::string& arg, ArgReader& in, StageOptions& stage) {
+  if (arg == "-i" || arg == "--input") stage.inputs.push_back(in.Value(arg));
+  else if (arg == "--set") stage.sets.push_back(in.Value(arg));
+  else if (arg == "--dyn") stage.dyns.push_back(in.Value(arg));
+  else if (arg == "--preset") stage.preset = in.Value(arg);
+  else if (arg == "--save-preset") stage.save_preset = in.Value(arg);
+  else return false;
+  return true;
+}
+
+bool ParseCommonOption(const std::string& arg, ArgReader& in, CommandLine& cl) {
+  if (arg == "--plugins") cl.plugins = in.Value(arg);
+  else if (arg == "--json") in.NoValue(arg), cl.json = true;
+  else if (arg == "--quiet" || arg == "-q") in.NoValue(arg), cl.quiet = true;
+  else if (arg == "--verbose") in.NoValue(arg), cl.verbose = true;
+  else return false;
+  return true;
+}
+
+[[noreturn]] void Unknown(const std::string& arg, const std::string& command) {
+  if (!arg.empty() && arg[0] == '-') throw UsageError("unknown option " + arg + " for `nimbo " + command + "`");
+  throw UsageError("unexpected argument " + Quoted(arg) + " for `nimbo " + command + "`");
+}
+
+void ParseRender(ArgReader& in, CommandLine& cl) {
+  RenderOptions& r = cl.render;
+  while (!in.Done()) {
+    const std::string arg = in.Next();
+    if (arg == "--then") {
+      r.stages.push_back({});
+      r.stages.back().effect = in.Value(arg);
+    } else if (!r.stages.empty() && ParseStageOption(arg, in, r.stages.back())) {
+    } else if (ParseCommonOption(arg, in, cl)) {
+    } else if (arg == "-o" || arg == "--output") {
+      r.output = in.Value(arg);
+    } else if (arg == "--size") {
+      ParseSizeOption(arg, in.Value(arg), &r.width, &r.height);
+    } else if (arg == "--frames") {
+      r.frames = ParseFrames(arg, in.Value(arg));
+    } else if (arg == "--fps") {
+      const std::string text = in.Value(arg);
+      if (!ParseWhole(text, &r.fps) || !(r.fps > 0 && r.fps <= 1000))
+        throw UsageError("--fps " + text + ": expected frames per second above 0, at most 1000");
+    } else if (arg == "--values") {
+      r.values = in.Value(arg);
+    } else if (arg == "--keep-alpha") {
+      in.NoValue(arg);
+      r.keep_alpha = true;
+    } else if (arg == "--crf") {
+      const std::string text = in.Value(arg);
+      if (!ParseWhole(text, &r.crf) || r.crf < 0 || r.crf > 51)
+        throw UsageError("--crf " + text + ": expected a quality from 0 (best) to 51");
+    } else if (r.stages.empty() && (arg.empty() || arg[0] != '-')) {
+      r.stages.push_back({});
+      r.stages.back().effect = arg;
+    } else if (r.stages.empty() && arg[0] == '-' && arg != "-") {
+      // Stage options before the effect's name belong to the first effect.
+      StageOptions first;
+      if (!ParseStageOption(arg, in, first)) Unknown(arg, "render");
+      throw UsageError("name the effect first: nimbo render EFFECT " + arg + " ...");
+    } else {
+      Unknown(arg, "render");
+    }
+  }
+  if (r.stages.empty()) throw UsageError("`nimbo render` needs an effect: nimbo render EFFECT -i IN -o OUT");
+  if (r.output.empty()) throw UsageError("`nimbo render` needs an output: -o OUT");
+}
+
+void ParseDemo(ArgReader& in, CommandLine& cl) {
+  while (!in.Done()) {
+    const std::string arg = in.Next();
+    if (ParseCommonOption(arg, in, cl)) {
+    } else if (arg == "--out" || arg == "-o") {
+      cl.demo.out_dir = in.Value(arg);
+    } else if (arg == "--size") {
+      ParseSizeOption(arg, in.Value(arg), &cl.demo.width, &cl.demo.height);
+    } else if (arg == "--frames") {
+      cl.demo.frames = ParseFrames(arg, in.Value(arg));
+    } else if (arg == "--only") {
+      cl.demo.only.push_back(in.Value(arg));
+    } else {
+      Unknown(arg, "demo");
+    }
+  }
+}
+
+}  // namespace
+
+bool ParseSize(const std::string& text, int32_t* width, int32_t* height) {
+  const size_t x = text.find_first_of("xX");
+  if (x == std::string::npos) return false;
+  int32_t w = 0, h = 0;
+  if (!ParseWhole(text.substr(0, x), &w) || !ParseWhole(text.substr(x + 1), &h)) return false;
+  if (w < 1 || h < 1 || w > kMaxSide || h > kMaxSide) return false;
+  *width = w;
+  *height = h;
+  return true;
+}
+
+CommandLine ParseCommandLine(const std::vector<std::string>& args) {
+  CommandLine cl;
+  if (args.empty()) return cl;
+  const std::string& command = args[0];
+  std::vector<std::string> rest(args.begin() + 1, args.end());
+  ArgReader in(rest);
+  if (command == "help" || command == "--help" || command == "-h") {
+    cl.kind = CommandKind::kHelp;
+  } else if (command == "version" || command == "--version") {
+    cl.kind = CommandKind::kVersion;
+  } else if (command == "list") {
+    cl.kind = CommandKind::kList;
+    while (!in.Done()) {
+      const std::string arg = in.Next();
+      if (!ParseCommonOption(arg, in, cl)) Unknown(arg, "list");
+    }
+  } else if (command == "info") {
+    cl.kind = CommandKind::kInfo;
+    while (!in.Done()) {
+      const std::string arg = in.Next();
+      if (ParseCommonOption(arg, in, cl)) continue;
+      if (!cl.effect.empty() || arg.empty() || arg[0] == '-') Unknown(arg, "info");
+      cl.effect = arg;
+    }
+    if (cl.effect.empty()) throw UsageError("`nimbo info` needs an effect: nimbo info EFFECT");
+  } else if (command == "render") {
+    cl.kind = CommandKind::kRender;
+    ParseRender(in, cl);
+  } else if (command == "demo") {
+    cl.kind = CommandKind::kDemo;
+    ParseDemo(in, cl);
+  } else {
+    throw UsageError("unknown command " + Quoted(command) + " (commands: list, info, render, demo, help)");
+  }
+  return cl;
+}
+
+const char* UsageText() {
+  return R"(nimbo - renders the nimbo one video effects over pictures and videos
+
+usage:
+  nimbo list [--json]                      the effects: index, name, category, inputs, output
+  nimbo info EFFECT [--json]               inputs, settings keys, dynamic variables, sliders, outputs
+  nimbo render EFFECT [-i IN]... -o OUT [options]
+  nimbo demo [--out DIR]                   every effect on generated media: clips and a contact sheet
+  nimbo help | --version
+
+EFFECT is a name ("ChromaKeyPRO", "Blob 3D", "3D Effect\Blob 3D",
+"nimbo one\LowQ"), in any case, or an index from `nimbo list`.
+
+render, for the effect named last:
+  -i IN                 an input: picture, image sequence (name_%04d.png), video, /dev/videoN
+  --set KEY=VALUE       a setting (see `nimbo info EFFECT` for the keys and types)
+  --dyn NAME=VALUE      a dynamic variable or slider, constant ...
+  --dyn NAME=v0@t0,v1@t1,...   ... or keyframed (seconds, linear)
+  --preset FILE         start from a saved settings document
+  --save-preset FILE    save the effect's settings after the render
+  --then EFFECT         chain: EFFECT takes the previous output as its first input
+render, for the whole run:
+  -o OUT                picture (last frame), name_%04d.png (one per frame), or video (.mp4 .mkv .mov .webm)
+  --size WxH            render size (default: the first input's)
+  --frames N            number of frames (default: all of the first input; 1 for a picture)
+  --fps F               frame rate (default: the first input's, else 25)
+  --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...)
+  --keep-alpha          keep the alpha byte (PNG/TIFF, .mov/.mkv/.webm); outputs are opaque otherwise
+  --crf N               video quality, 0 (best) to 51 (default 18)
+common:
+  --plugins DIR         folder of nimbo_one.fxp (default: NIMBO_PLUGINS_PATH, else ../plugins)
+  --quiet               no progress bar     --verbose   FFmpeg's own messages
+)";
+}
+
+}  // namespace nimbo::host

@@ -1,0 +1,48 @@
+// nimbo: the command-line host of the nimbo one effects.
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "cli/cli_args.h"
+#include "cli/commands.h"
+#include "media/ffmpeg_util.h"
+
+namespace {
+
+void OnSignal(int) { nimbo::host::InterruptRequested() = true; }
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace nimbo::host;
+  std::signal(SIGINT, OnSignal);
+  std::signal(SIGTERM, OnSignal);
+  try {
+    const CommandLine cl = ParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
+    SetFfmpegVerbose(cl.verbose);
+    switch (cl.kind) {
+      case CommandKind::kHelp: std::fputs(UsageText(), stdout); return 0;
+      case CommandKind::kVersion: std::puts("nimbo 1.0"); return 0;
+      case CommandKind::kList: return RunList(cl);
+      case CommandKind::kInfo: return RunInfo(cl);
+      case CommandKind::kRender: return RunRender(cl);
+      case CommandKind::kDemo: return RunDemo(cl);
+    }
+  } catch (const UsageError& e) {
+    std::fprintf(stderr, "nimbo: error: %s\n", e.what());
+    return 2;
+  } catch (const HostError& e) {
+    std::fprintf(stderr, "nimbo: error: %s\n", e.what());
+    return InterruptRequested() ? 130 : 1;
+  } catch (const std::bad_alloc&) {
+    std::fprintf(stderr, "nimbo: error: out of memory\n");
+    return 1;
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "nimbo: error: %s\n", e.what());
+    return 1;
+  }
+  return 0;
+}

@@ -1,0 +1,89 @@
+#include "runtime/effect_chain.h"
+
+#include "runtime/host_error.h"
+
+namespace nimbo::host {
+
+void CheckInputCount(const EffectEntry& entry, size_t given) {
+  const size_t count = entry.inputs.size();
+  if (given == count || (entry.is_3d && given < count)) return;
+  std::string names;
+  for (const std::string& name : entry.inputs) names += (names.empty() ? "" : ", ") + name;
+  std::string takes = count == 0   ? "takes no inputs"
+                      : count == 1 ? "takes 1 input (" + names + ")"
+                                   : "takes " + std::to_string(count) + " inputs (" + names + ")";
+  if (entry.is_3d && count > 0) takes = "takes at most " + takes.substr(6);
+  throw HostError(entry.short_name + " " + takes + "; " + std::to_string(given) + " given");
+}
+
+EffectChain::EffectChain(const Package& package, int32_t width, int32_t height, double fps)
+    : package_(package), width_(width), height_(height), fps_(fps) {}
+
+EffectChain::~EffectChain() {
+  // Effects go before their inputs' sources, last effect first.
+  while (!stages_.empty()) stages_.pop_back();
+}
+
+EffectStage& EffectChain::Add(const EffectEntry& entry, const StageOptions& options,
+                              std::vector<std::unique_ptr<FrameSource>> sources) {
+  const bool chained = !stages_.empty();
+  CheckInputCount(entry, sources.size() + (chained ? 1 : 0));
+  auto stage = std::make_unique<EffectStage>(package_, entry, width_, height_, fps_);
+  stage->Configure(options);
+  std::vector<std::unique_ptr<Input>> inputs;
+  if (chained) inputs.push_back(std::make_unique<Input>());
+  for (auto& source : sources) {
+    inputs.push_back(std::make_unique<Input>());
+    inputs.back()->source = std::move(source);
+  }
+  stages_.push_back(std::move(stage));
+  inputs_.push_back(std::move(inputs));
+  return *stages_.back();
+}
+
+bool EffectChain::HasPacingInput() const {
+  return !inputs_.empty() && !inputs_[0].empty() && inputs_[0][0]->source && !inputs_[0][0]->source->IsStill();
+}
+
+bool EffectChain::Fetch(size_t k, size_t i, const FrameBuffer** out) {
+  Input& in = *inputs_[k][i];
+  const orrery::Size size = stages_[k]->InputSize(int32_t(i));
+  if (!in.source) {  // the previous effect's output
+    const FrameBuffer& previous = stages_[k - 1]->Output();
+    if (previous.width == size.width && previous.height == size.height) {
+      *out = &previous;
+    } else {
+      in.scaler.Scale(previous, in.scaled, size.width, size.height);
+      *out = &in.scaled;
+    }
+    return true;
+  }
+  if (!in.ended) {
+    if (in.source->ReadFrame(in.picture, size.width, size.height)) {
+      in.have = true;
+      if (in.source->IsStill()) in.ended = true;  // read once, then held
+    } else {
+      in.ended = true;
+      if (k == 0 && i == 0) return false;  // the pacing input is over
+    }
+  }
+  *out = in.have ? &in.picture : nullptr;
+  return true;
+}
+
+bool EffectChain::RenderNext() {
+  std::vector<const FrameBuffer*> pictures;
+  for (size_t k = 0; k < stages_.size(); ++k) {
+    pictures.assign(size_t(stages_[k]->InputCount()), nullptr);
+    for (size_t i = 0; i < inputs_[k].size() && i < pictures.size(); ++i) {
+      if (!Fetch(k, i, &pictures[i])) return false;
+    }
+    stages_[k]->RenderFrame(frame_, pictures);
+  }
+  ++frame_;
+  return true;
+}
+
+const FrameBuffer& EffectChain::Output() const { return stages_.back()->Output(); }
+
+}  // namespace nimbo::host

@@ -1,0 +1,67 @@
+// EffectChain: effects in a row, each one's output feeding the next one's
+// first input, rendered frame by frame from their input sources.
+//
+// The first effect's first input (when it has one) sets the pace: the chain
+// ends with it, unless it is a still picture, which repeats. Every other
+// input holds its last picture once it ends. Each input is delivered at the
+// size its effect negotiated through GetInputScreenRes.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "runtime/effect_stage.h"
+#include "media/frame_scaler.h"
+#include "media/frame_source.h"
+
+namespace nimbo::host {
+
+class EffectChain {
+ public:
+  EffectChain(const Package& package, int32_t width, int32_t height, double fps);
+  ~EffectChain();
+
+  // Appends and configures an effect. `sources` are its inputs in order, the
+  // first one left out for every effect after the first (the previous output
+  // takes its place). Throws HostError for a wrong number of inputs or a bad
+  // setting.
+  EffectStage& Add(const EffectEntry& entry, const StageOptions& options,
+                   std::vector<std::unique_ptr<FrameSource>> sources);
+
+  // Renders the next frame into Output(). False when the pacing input has
+  // ended (nothing rendered).
+  bool RenderNext();
+  const FrameBuffer& Output() const;
+  int64_t FramesRendered() const { return frame_; }
+  // Whether the chain's length is set by a moving input (video, sequence,
+  // camera) rather than by the caller.
+  bool HasPacingInput() const;
+  const std::vector<std::unique_ptr<EffectStage>>& Stages() const { return stages_; }
+
+ private:
+  struct Input {
+    std::unique_ptr<FrameSource> source;  // null for a chained input
+    FrameBuffer picture;                  // at the negotiated size
+    FrameBuffer scaled;                   // a chained input rescaled
+    FrameScaler scaler;
+    bool ended = false;
+    bool have = false;
+  };
+  // Fetches input `i` of stage `k`; false when the pacing input ended.
+  bool Fetch(size_t k, size_t i, const FrameBuffer** out);
+
+  const Package& package_;
+  int32_t width_;
+  int32_t height_;
+  double fps_;
+  int64_t frame_ = 0;
+  std::vector<std::unique_ptr<EffectStage>> stages_;
+  std::vector<std::vector<std::unique_ptr<Input>>> inputs_;  // per stage
+};
+
+// Checks that `given` inputs suit the effect: all of them for a filter; for
+// a 3D effect the texture inputs may be left out. Throws HostError.
+void CheckInputCount(const EffectEntry& entry, size_t given);
+
+}  // namespace nimbo::host

@@ -1,0 +1,83 @@
+// EffectHost: the host context of one effect (orrery::HostContext).
+//
+// It holds the effect's configuration store (a SettingsDocument over the
+// effect's settings document), answers the render size and frame rate,
+// keeps the memory service's zeroed buffers per slot, runs the host clock
+// (frame index * 1000 / fps, so renders are deterministic), and records what
+// the effect declares: sliders, its dynamic-variable list, setting metadata
+// and notifications.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "runtime/aligned_vector.h"
+#include "orrery/host_context.h"
+#include "framework/settings_document.h"
+
+namespace nimbo::host {
+
+struct SliderRecord {
+  std::string name;
+  float* value;
+  float minimum;
+  float maximum;
+  float initial;
+};
+
+struct SettingRecord {
+  std::string key;
+  orrery::SettingType type;
+  double minimum;
+  double maximum;
+  std::string help;
+};
+
+class EffectHost final : public orrery::HostContext {
+ public:
+  EffectHost(int32_t width, int32_t height, double fps) : width_(width), height_(height), fps_(fps) {}
+  EffectHost(const EffectHost&) = delete;
+  EffectHost& operator=(const EffectHost&) = delete;
+
+  void* GetMainWindow() override { return nullptr; }
+  orrery::ConfigStore* GetConfigStore() override { return &store_; }
+  void GetOutputSize(orrery::OutputDesc* out) override;
+  void Notify(int32_t code, int32_t value) override;
+  void DeclareSlider(const orrery::SliderDesc& slider) override;
+  void PublishDynVars(orrery::DynVar* head) override { dynvars_ = head; }
+  void* GetMemory(int32_t slot, size_t bytes) override;
+  void FreeMemory(int32_t slot) override;
+  int64_t GetTimeMs() override;
+  void DescribeSetting(const orrery::SettingInfo& info) override;
+
+  SettingsDocument& Store() { return store_; }
+  void SetFrame(int64_t frame) { frame_ = frame; }
+  double FrameRate() const { return fps_; }
+
+  // The declared dynamic variables, in list order.
+  std::vector<orrery::DynVar*> DeclaredDynVars() const;
+  orrery::DynVar* FindDynVar(const std::string& name) const;
+  const std::vector<SliderRecord>& Sliders() const { return sliders_; }
+  const SliderRecord* FindSlider(const std::string& name) const;
+  const std::vector<SettingRecord>& DescribedSettings() const { return settings_; }
+  const SettingRecord* FindSetting(const std::string& key) const;
+  size_t MemoryInUse() const;
+
+ private:
+  int32_t width_;
+  int32_t height_;
+  double fps_;
+  int64_t frame_ = 0;
+  SettingsDocument store_;
+  orrery::DynVar* dynvars_ = nullptr;
+  std::vector<SliderRecord> sliders_;
+  std::vector<SettingRecord> settings_;
+  // Effects may call the memory service from their dialog thread as well.
+  mutable std::mutex memory_mutex_;
+  std::map<int32_t, AlignedVector<uint8_t>> memory_;
+};
+
+}  // namespace nimbo::host

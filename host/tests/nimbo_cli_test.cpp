@@ -1,0 +1,280 @@
+// End-to-end runs of the built `nimbo` program: the real package for the
+// listing, the fixture package (effects with exactly known output) for
+// renders, settings, presets, keyframes, published values and errors.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <sstream>
+
+#include "media/media_input.h"
+#include "media/media_output.h"
+#include "runtime/settings_edit.h"
+#include "orrery/package.h"
+
+namespace nimbo::host {
+namespace {
+
+struct RunResult {
+  int code = -1;
+  std::string out;
+  std::string err;
+};
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+class NimboTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/nimbo-cli-XXXXXX";
+    dir_ = mkdtemp(pattern);
+  }
+  void TearDown() override { std::filesystem::remove_all(dir_); }
+  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
+
+  // Runs nimbo with `args` (shell-quoted here), with the fixture package
+  // unless `real_package`.
+  RunResult Run(const std::vector<std::string>& args, bool real_package = false) const {
+    // Common options go after the command word.
+    std::string command = NIMBO_PROGRAM;
+    bool first = true;
+    for (const std::string& a : args) {
+      command += " '" + a + "'";
+      if (first) command += std::string(" --plugins ") + (real_package ? NIMBO_PLUGINS_DIR : NIMBO_FIXTURE_DIR);
+      first = false;
+    }
+    command += " >" + Path(".stdout") + " 2>" + Path(".stderr");
+    RunResult r;
+    const int status = std::system(command.c_str());
+    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    r.out = ReadFile(Path(".stdout"));
+    r.err = ReadFile(Path(".stderr"));
+    std::filesystem::remove(Path(".stdout"));
+    std::filesystem::remove(Path(".stderr"));
+    return r;
+  }
+  std::vector<std::string> Files() const {
+    std::vector<std::string> names;
+    for (const auto& e : std::filesystem::directory_iterator(dir_)) names.push_back(e.path().filename());
+    std::sort(names.begin(), names.end());
+    return names;
+  }
+  void WritePicture(const std::string& name, const FrameBuffer& picture) const {
+    auto out = CreateOutput(Path(name), picture.width, picture.height, OutputOptions{true, 18, 25});
+    out->Write(picture);
+    out->Finish();
+  }
+  std::vector<FrameBuffer> ReadAll(const std::string& name) const {
+    auto in = OpenMedia(Path(name));
+    std::vector<FrameBuffer> frames;
+    FrameBuffer f;
+    while (in->ReadFrame(f, in->Width(), in->Height())) frames.push_back(f);
+    return frames;
+  }
+  static FrameBuffer Noise(int32_t w, int32_t h) {
+    FrameBuffer f(w, h);
+    uint32_t x = 12345;
+    for (uint32_t& p : f.pixels) {
+      x = x * 1664525u + 1013904223u;
+      p = x;
+    }
+    return f;
+  }
+
+  std::string dir_;
+};
+
+TEST_F(NimboTest, ListShowsEveryRegisteredEffect) {
+  const RunResult r = Run({"list", "--json"}, true);
+  ASSERT_EQ(r.code, 0) << r.err;
+  // The package's own answers, through its entry points as any host gets them.
+  void* library = dlopen(NIMBO_PLUGINS_DIR "/nimbo_one.fxp", RTLD_NOW | RTLD_LOCAL);
+  ASSERT_NE(library, nullptr) << dlerror();
+  auto get_size = reinterpret_cast<orrery::PkgGetSizeFn>(dlsym(library, "orrpkgGetSize"));
+  auto create = reinterpret_cast<orrery::PkgCreateFn>(dlsym(library, "orrpkgCreateNewDFXObject"));
+  ASSERT_TRUE(get_size && create);
+  ASSERT_EQ(get_size(), 24);
+  size_t at = 0;
+  for (int32_t i = 0; i < get_size(); ++i) {
+    std::unique_ptr<orrery::Effect> e(create(i));
+    ASSERT_NE(e, nullptr) << i;
+    std::string name = e->GetName();
+    std::string escaped;
+    for (char c : name) escaped += c == '\\' ? std::string("\\\\") : std::string(1, c);
+    // Entries come in index order, each with its name, category and inputs.
+    at = r.out.find("{\"index\": " + std::to_string(i) + ", \"name\": \"" + escaped + "\"", at);
+    ASSERT_NE(at, std::string::npos) << name;
+    const std::string line = r.out.substr(at, r.out.find('\n', at) - at);
+    EXPECT_NE(line.find("\"category\": \"" + std::string(e->GetCategory()) + "\""), std::string::npos) << line;
+    std::string inputs;
+    for (int32_t k = 0; k < e->GetInputCount(); ++k) inputs += (k ? ", \"" : "\"") + std::string(e->GetInputTypeName(k)) + "\"";
+    EXPECT_NE(line.find("\"inputs\": [" + inputs + "]"), std::string::npos) << line;
+  }
+}
+
+TEST_F(NimboTest, InfoShowsWhatAFreshEffectWrites) {
+  const RunResult r = Run({"info", "copy", "--json"});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_NE(r.out.find("\"output\": \"copied\""), std::string::npos);
+  for (const char* expected : {R"({"key": "tint", "type": "int", "default": 0})",
+                               R"({"key": "mix", "type": "float", "default": 0.500000})",
+                               R"({"key": "label", "type": "string", "default": "plain"})",
+                               R"({"key": "file", "type": "path", "default": ""})",
+                               R"({"name": "Level", "type": "float", "min": 0, "max": 1, "default": 0.25})",
+                               R"({"name": "Invert", "type": "bool", "default": 0})", R"({"name": "Amount")",
+                               R"({"name": "mean red")"}) {
+    EXPECT_NE(r.out.find(expected), std::string::npos) << expected << "\n" << r.out;
+  }
+  const RunResult text = Run({"info", "3D Effect\\Gen"});
+  ASSERT_EQ(text.code, 0) << text.err;
+  EXPECT_NE(text.out.find("inputs    none"), std::string::npos) << text.out;
+}
+
+TEST_F(NimboTest, PassThroughReproducesThePictureExactly) {
+  const FrameBuffer picture = Noise(31, 19);
+  WritePicture("in.png", picture);
+  RunResult r = Run({"render", "nimbo one\\COPY", "-i", Path("in.png"), "-o", Path("out.png"), "--keep-alpha"});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(ReadAll("out.png").at(0).pixels, picture.pixels);
+  r = Run({"render", "0", "-i", Path("in.png"), "-o", Path("opaque.png")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  const FrameBuffer opaque = ReadAll("opaque.png").at(0);
+  for (size_t i = 0; i < picture.pixels.size(); ++i) ASSERT_EQ(opaque.pixels[i], picture.pixels[i] | 0xFF000000u);
+  EXPECT_TRUE(r.err.empty()) << r.err;  // quiet when not on a terminal
+}
+
+TEST_F(NimboTest, RendersVideosAndSequencesWithTheRightSizeAndFrameCount) {
+  RunResult r = Run({"render", "Gen", "--size", "64x48", "--frames", "12", "-o", Path("gen.mp4")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  std::vector<FrameBuffer> frames = ReadAll("gen.mp4");
+  ASSERT_EQ(frames.size(), 12u);
+  EXPECT_EQ(frames[0].width, 64);
+  EXPECT_EQ(frames[0].height, 48);
+  EXPECT_NEAR(int(frames[11].pixels[100] & 0xFF), 11, 2);  // the host clock: 40 ms a frame
+
+  r = Run({"render", "copy", "-i", Path("gen.mp4"), "--frames", "5", "-o", Path("seq_%02d.png")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(ReadAll("seq_%02d.png").size(), 5u);
+  r = Run({"render", "copy", "-i", Path("seq_%02d.png"), "--size", "32x24", "-o", Path("small.mkv")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  frames = ReadAll("small.mkv");
+  ASSERT_EQ(frames.size(), 5u);
+  EXPECT_EQ(frames[0].width, 32);
+
+  // A still input repeats for --frames.
+  WritePicture("still.png", FrameBuffer(16, 16, 0xFF808080u));
+  r = Run({"render", "copy", "-i", Path("still.png"), "--frames", "4", "-o", Path("still.mp4")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(ReadAll("still.mp4").size(), 4u);
+}
+
+TEST_F(NimboTest, InputSizesAreNegotiatedPerInput) {
+  WritePicture("main.png", FrameBuffer(40, 30, 0xFF102030u));
+  WritePicture("side.png", FrameBuffer(100, 100, 0xFF405060u));
+  const RunResult r = Run({"render", "pair", "-i", Path("main.png"), "-i", Path("side.png"), "-o", Path("o.png")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  const FrameBuffer out = ReadAll("o.png").at(0);
+  EXPECT_EQ(out.pixels[0], 0xFF000000u | 20u << 16 | 15u << 8);  // the side input came at half the render size
+  EXPECT_EQ(out.pixels[1], 0xFF405060u);
+  EXPECT_EQ(out.pixels[2], 0xFF102030u);
+}
+
+TEST_F(NimboTest, SettingsPresetsAndChains) {
+  const FrameBuffer picture = Noise(8, 8);
+  WritePicture("in.png", picture);
+  RunResult r = Run({"render", "copy", "-i", Path("in.png"), "--set", "tint=0x00FF00", "--set", "label=x<y",
+                     "--save-preset", Path("p.xml"), "-o", Path("a.png"), "--keep-alpha"});
+  ASSERT_EQ(r.code, 0) << r.err;
+  const FrameBuffer a = ReadAll("a.png").at(0);
+  for (size_t i = 0; i < a.pixels.size(); ++i) ASSERT_EQ(a.pixels[i], picture.pixels[i] ^ 0x00FF00u);
+
+  const std::vector<SettingEntry> saved = ReadSettingEntries(ReadFile(Path("p.xml")));
+  ASSERT_EQ(saved.size(), 5u);
+  EXPECT_EQ(saved[0].key, "tint");
+  EXPECT_EQ(saved[0].type, "int");
+  EXPECT_EQ(saved[0].value, "65280");
+  EXPECT_EQ(saved[3].value, "x<y");
+  EXPECT_EQ(ReadDynVarValues(ReadFile(Path("p.xml"))).size(), 2u);
+
+  r = Run({"render", "copy", "-i", Path("in.png"), "--preset", Path("p.xml"), "-o", Path("b.png"), "--keep-alpha"});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(ReadAll("b.png").at(0).pixels, a.pixels);
+
+  // A chain: the second effect takes the first one's output; its own --set
+  // and the preset's settings combine.
+  r = Run({"render", "copy", "-i", Path("in.png"), "--preset", Path("p.xml"), "--then", "copy", "--set",
+           "tint=0x0000FF", "-o", Path("c.png"), "--keep-alpha"});
+  ASSERT_EQ(r.code, 0) << r.err;
+  const FrameBuffer c = ReadAll("c.png").at(0);
+  for (size_t i = 0; i < c.pixels.size(); ++i) ASSERT_EQ(c.pixels[i], picture.pixels[i] ^ 0x00FFFFu);
+}
+
+TEST_F(NimboTest, KeyframesDriveDynamicVariablesAndSlidersAndValuesAreWritten) {
+  WritePicture("in.png", FrameBuffer(8, 8, 0xFF640000u));  // red 100
+  const RunResult r = Run({"render", "copy", "-i", Path("in.png"), "--set", "probe=1", "--frames", "5", "--fps",
+                           "4", "--dyn", "Level=0@0,1@1", "--dyn", "invert=0@0,1@0.5", "--dyn", "Amount=42",
+                           "--values", Path("v.csv"), "-o", Path("k_%d.png")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  const std::vector<FrameBuffer> frames = ReadAll("k_%d.png");
+  ASSERT_EQ(frames.size(), 5u);
+  for (size_t n = 0; n < 5; ++n) {
+    const uint32_t probe = frames[n].pixels[0];
+    EXPECT_EQ((probe >> 16) & 0xFF, uint32_t(n * 50)) << n;  // Level = n / 4 s, R = Level * 200
+    EXPECT_EQ((probe >> 8) & 0xFF, n >= 1 ? 255u : 0u) << n;  // Invert crosses 0.5 at 0.25 s
+    EXPECT_EQ(probe & 0xFF, 42u);
+  }
+  const std::string csv = ReadFile(Path("v.csv"));
+  EXPECT_EQ(csv.rfind("frame,time,mean red\n0,0,100\n1,0.25,100\n", 0), 0u) << csv;
+  EXPECT_EQ(std::count(csv.begin(), csv.end(), '\n'), 6);
+}
+
+TEST_F(NimboTest, BadInputGivesOneErrorLineAndLeavesNoFile) {
+  WritePicture("in.png", FrameBuffer(8, 8, 0xFF000000u));
+  std::ofstream(Path("junk.mp4")) << "not a video";
+  const std::string in = Path("in.png"), out = Path("out.mp4");
+  struct Case {
+    std::vector<std::string> args;
+    const char* message;
+  };
+  const std::vector<Case> cases = {
+      {{"render", "copy", "-i", Path("missing.png"), "-o", out}, "missing.png"},
+      {{"render", "copy", "-i", Path("junk.mp4"), "-o", out}, "junk.mp4"},
+      {{"render", "nosuch", "-i", in, "-o", out}, "unknown effect \"nosuch\""},
+      {{"render", "pair", "-i", in, "-o", out}, "takes 2 inputs (Main, Side); 1 given"},
+      {{"render", "copy", "-i", in, "-i", in, "-o", out}, "takes 1 input"},
+      {{"render", "copy", "-i", in, "--set", "tnt=1", "-o", out}, "valid keys: tint, probe, mix, label, file"},
+      {{"render", "copy", "-i", in, "--set", "mix=lots", "-o", out}, "\"mix\" is a float"},
+      {{"render", "copy", "-i", in, "--dyn", "Level=3", "-o", out}, "\"Level\" takes values in"},
+      {{"render", "copy", "-i", in, "--dyn", "Nope=1", "-o", out}, "valid names: \"Level\", \"Invert\", \"Amount\""},
+      {{"render", "copy", "-i", in, "--preset", Path("missing.xml"), "-o", out}, "missing.xml"},
+      {{"render", "copy", "-i", in, "-o", Path("no/such/dir/out.png")}, "cannot write"},
+      {{"render", "copy", "-i", in, "-o", Path("out.xyz")}, "out.xyz"},
+      {{"render", "copy", "-i", in, "--values", Path("v.csv"), "--then", "pair", "-o", out}, "takes 2 inputs"},
+      {{"render", "gen", "-o", out}, "--size"},
+      {{"render", "copy", "-i", "/dev/video99", "--frames", "2", "-o", out}, "camera"},
+  };
+  for (const Case& c : cases) {
+    const RunResult r = Run(c.args);
+    EXPECT_NE(r.code, 0) << c.message;
+    EXPECT_EQ(r.err.rfind("nimbo: error: ", 0), 0u) << r.err;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    EXPECT_EQ(Files(), (std::vector<std::string>{"in.png", "junk.mp4"})) << c.message;
+  }
+  const RunResult usage = Run({"render", "copy", "-i", in, "-o", out, "--frames", "-3"});
+  EXPECT_EQ(usage.code, 2);
+}
+
+}  // namespace
+}  // namespace nimbo::host

@@ -1,0 +1,1 @@
+// Planted: a header of another effect.
