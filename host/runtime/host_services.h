@@ -6,8 +6,10 @@
 //   messages   "caption: text" on stderr (after clearing a progress line)
 //   help       opened with xdg-open when a desktop session exists, else the
 //              page's path is printed
-//   desktop    a virtual desktop (no display here): size from
-//              NIMBO_DESKTOP_SIZE=WxH (default 1920x1080), cursor recorded
+//   desktop    the X11 desktop when a display exists (the cursor really
+//              moves); otherwise, or when NIMBO_DESKTOP_SIZE=WxH is set, a
+//              virtual desktop of that size (default 1920x1080) that records
+//              the cursor
 //   pictures   decoded through FFmpeg (COrrBmp::LoadFromFile)
 #pragma once
 

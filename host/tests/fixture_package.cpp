@@ -56,7 +56,7 @@ class Copy final : public CEffectBase {
     level_ = dyn_.DeclareFloat("Level", 0.0f, 1.0f, 0.25f, 0.0f, 1.0f, 0);
     invert_ = dyn_.DeclareBool("Invert", 0, 0);
     if (host_context_) host_context_->PublishDynVars(dyn_.Head());
-    DeclareSlider("Amount", &amount_, 0.0f, 100.0f, 0, 0, 0, 0);
+    DeclareSlider("Amount", &amount_, 0.0f, 100.0f, {0, 0, 0, 0});
   }
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* out) override {
     std::lock_guard lock(lock_);

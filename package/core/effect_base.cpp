@@ -117,19 +117,26 @@ void CEffectBase::FetchOutputSize() {
   out_h_ = desc.height > 0 ? desc.height : 0;
 }
 
-bool CEffectBase::CopyInputToOutput(const orrery::InputList& inputs, orrery::Screen* output) {
+const orrery::Screen* CEffectBase::InputMatchingOutput(const orrery::InputList& inputs,
+                                                      const orrery::Screen* output) {
   const orrery::Screen* in = inputs.Get(0);
-  if (!output || !output->pixels || !in || !in->pixels) return false;
-  if (in->width != output->width || in->height != output->height) return false;
+  if (!output || !output->pixels || !in || !in->pixels) return nullptr;
+  if (in->width != output->width || in->height != output->height || in->PixelCount() == 0) return nullptr;
+  return in;
+}
+
+bool CEffectBase::CopyInputToOutput(const orrery::InputList& inputs, orrery::Screen* output) {
+  const orrery::Screen* in = InputMatchingOutput(inputs, output);
+  if (!in) return false;
   std::memcpy(output->pixels, in->pixels, output->PixelCount() * sizeof(uint32_t));
   return true;
 }
 
-void CEffectBase::DeclareSlider(const char* name, float* value, float minimum, float maximum, float p1, float p2,
-                                float p3, int32_t p4) {
+void CEffectBase::DeclareSlider(const char* name, float* value, float minimum, float maximum,
+                                const SliderParams& params) {
   if (!host_context_) return;
-  orrery::SliderDesc slider{name, value, minimum, maximum, p1, p2, p3,
-                            SliderInitialValue(*value, minimum, maximum), p4};
+  orrery::SliderDesc slider{name,      value,     minimum,   maximum, params.p1, params.p2,
+                            params.p3, SliderInitialValue(*value, minimum, maximum), params.p4};
   host_context_->DeclareSlider(slider);
 }
 

@@ -49,9 +49,8 @@ class DemoDfx final : public nimbo::CEffectBase {
   void WriteSettings(orrery::ConfigStore& store) override { nimbo::WriteRows<DemoSettings>(store, kRows, settings); }
   int32_t RunDialog() override {
     DemoSettings copy = settings;
-    std::vector<orrery::DialogField> fields = nimbo::DialogFieldsFor<DemoSettings>(kRows, copy);
-    orrery::DialogModel model{"Demo", fields.data(), int32_t(fields.size()), HelpPage(), nullptr};
-    if (!orrery::GetDialogService()->RunModal(model)) return 0;
+    nimbo::SettingsDialog<DemoSettings> dialog(kRows, copy);
+    if (!dialog.Run("Demo", HelpPage())) return 0;
     settings = copy;
     return 1;
   }
@@ -152,6 +151,81 @@ TEST(SettingsTable, DescribesEveryRowWithItsType) {
   EXPECT_EQ(host.described[1].type, orrery::SettingType::kFloat);
   EXPECT_EQ(host.described[2].type, orrery::SettingType::kString);
   EXPECT_DOUBLE_EQ(host.described[0].maximum, 10);
+}
+
+// A table whose rows the dialog shows in each way a row can ask for.
+struct ViewSettings {
+  int32_t mode;
+  int32_t colour;
+  float angle;
+  int32_t secret;
+  int32_t width;
+};
+
+constexpr nimbo::SettingRow<ViewSettings> kViewRows[] = {
+    {"mode", &ViewSettings::mode, 0, nullptr, 0, 2, "Mode", false,
+     {nimbo::ShowAs::kChoice, "a|b|custom", "which one"}},
+    {"colour", &ViewSettings::colour, 0xFF0000, nullptr, 0, 0xFFFFFF, "Colour", false, {nimbo::ShowAs::kColor}},
+    {"angle", &ViewSettings::angle, 0.5, nullptr, -1, 1, "Angle", false, {.hint = "degrees", .scale = 90.0}},
+    {"secret", &ViewSettings::secret, 1, nullptr, 0, 1, "Secret", false, {nimbo::ShowAs::kHidden}},
+    {"width", &ViewSettings::width, 64, nullptr, 1, 4096, "Width", false,
+     {.enabled_by = "mode", .enabled_value = 2}},
+};
+
+// Answers a dialog by writing fixed values into fields by label.
+class EditingDialogs final : public orrery::DialogService {
+ public:
+  EditingDialogs() { orrery::SetDialogService(this); }
+  ~EditingDialogs() { orrery::SetDialogService(nullptr); }
+  int32_t RunModal(const orrery::DialogModel& model) override {
+    fields.assign(model.fields, model.fields + model.count);
+    for (const orrery::DialogField& f : fields) {
+      if (std::string(f.label) == "Angle") *static_cast<float*>(f.value) = -45.0f;
+      if (std::string(f.label) == "Width") *static_cast<int32_t*>(f.value) = 100;
+    }
+    return 1;
+  }
+  std::vector<orrery::DialogField> fields;
+};
+
+TEST(SettingsDialog, ShowsRowsAsTheyAskBetweenTheEffectsOwnFields) {
+  ViewSettings edit{};
+  nimbo::ApplyDefaults<ViewSettings>(kViewRows, edit);
+  int32_t pressed = 0;
+  const orrery::DialogField before[] = {{"Reset", orrery::DialogFieldType::kButton, &pressed, 0, 1, nullptr, nullptr}};
+  const orrery::DialogField after[] = {{"a hint", orrery::DialogFieldType::kLabel, nullptr, 0, 0, nullptr, nullptr}};
+  nimbo::SettingsDialog<ViewSettings> dialog(kViewRows, edit, before, after);
+  EditingDialogs dialogs;
+  ASSERT_TRUE(dialog.Run("View", "page.htm"));
+
+  // The button, four shown rows (the hidden one left out), the label.
+  ASSERT_EQ(dialogs.fields.size(), 6u);
+  EXPECT_EQ(std::string(dialogs.fields[0].label), "Reset");
+  EXPECT_EQ(dialogs.fields[1].type, orrery::DialogFieldType::kChoice);
+  EXPECT_STREQ(dialogs.fields[1].choices, "a|b|custom");
+  EXPECT_STREQ(dialogs.fields[1].hint, "which one");
+  EXPECT_EQ(dialogs.fields[2].type, orrery::DialogFieldType::kColor);
+  // The angle is shown scaled, range included, and stored back unscaled.
+  EXPECT_EQ(dialogs.fields[3].type, orrery::DialogFieldType::kFloat);
+  EXPECT_DOUBLE_EQ(dialogs.fields[3].minimum, -90.0);
+  EXPECT_DOUBLE_EQ(dialogs.fields[3].maximum, 90.0);
+  EXPECT_FLOAT_EQ(edit.angle, -0.5f);
+  // The width applies only while "mode" (field 1) is custom.
+  EXPECT_EQ(std::string(dialogs.fields[4].label), "Width");
+  EXPECT_EQ(dialogs.fields[4].enabled_by, 1);
+  EXPECT_EQ(dialogs.fields[4].enabled_value, 2);
+  EXPECT_EQ(edit.width, 100);
+  EXPECT_EQ(dialogs.fields[5].type, orrery::DialogFieldType::kLabel);
+  EXPECT_EQ(edit.secret, 1);
+}
+
+TEST(SettingsDialog, CancelLeavesTheScaledValueAlone) {
+  ViewSettings edit{};
+  nimbo::ApplyDefaults<ViewSettings>(kViewRows, edit);
+  nimbo::SettingsDialog<ViewSettings> dialog(kViewRows, edit);
+  ScriptedDialogs dialogs(0);
+  EXPECT_FALSE(dialog.Run("View", "page.htm"));
+  EXPECT_FLOAT_EQ(edit.angle, 0.5f);
 }
 
 }  // namespace

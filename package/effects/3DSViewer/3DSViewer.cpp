@@ -1,6 +1,7 @@
 // 3DSViewer: registered with its description and settings exchange; until
 // its own implementation lands it passes input 0 through unchanged.
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 
 namespace nimbo {
@@ -13,7 +14,7 @@ constexpr orrery::EffectInfo kInfo = {kInputs, 9, {-1, -1}, "output", "nimbo one
 class C3DSViewerDfx final : public CEffectBase {
  public:
   C3DSViewerDfx()
-      : CEffectBase(kInfo, 12508, "helpfile/Effects/3D/3DSViewer/3DSViewer.htm", sizeof(C3DSViewerDfx)) {}
+      : CEffectBase(kInfo, kLabelScene3DSViewer, "helpfile/Effects/3D/3DSViewer/3DSViewer.htm", sizeof(C3DSViewerDfx)) {}
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 // 3DStoWAX: registered with its description and settings exchange; until
 // its own implementation lands it passes input 0 through unchanged.
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 
 namespace nimbo {
@@ -12,7 +13,7 @@ constexpr orrery::EffectInfo kInfo = {nullptr, 0, {-1, -1}, "", "nimbo one\\3D E
 class C3DStoWAXDfx final : public CEffectBase {
  public:
   C3DStoWAXDfx()
-      : CEffectBase(kInfo, 12516, "helpfile/Effects/3D/3DStoWAX/3DStoWAX.htm", sizeof(C3DStoWAXDfx)) {}
+      : CEffectBase(kInfo, kLabelScene3DStoWAX, "helpfile/Effects/3D/3DStoWAX/3DStoWAX.htm", sizeof(C3DStoWAXDfx)) {}
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Blob 3D: registered with its description and settings exchange; until
 // its own implementation lands it passes input 0 through unchanged.
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 
 namespace nimbo {
@@ -13,7 +14,7 @@ constexpr orrery::EffectInfo kInfo = {kInputs, 3, {-1, -1}, "output", "nimbo one
 class CBlob3DDfx final : public CEffectBase {
  public:
   CBlob3DDfx()
-      : CEffectBase(kInfo, 12511, "helpfile/Effects/3D/Blob3D/Blob3D.htm", sizeof(CBlob3DDfx)) {}
+      : CEffectBase(kInfo, kLabelBlob3D, "helpfile/Effects/3D/Blob3D/Blob3D.htm", sizeof(CBlob3DDfx)) {}
 };
 
 }  // namespace

@@ -33,6 +33,7 @@
 #include "orrery/services.h"
 #include "framework/dynvar_list.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 
@@ -146,7 +147,7 @@ bool ParseAlphaMapText(const std::string& text, AlphaMap& map, int32_t& len, std
 class CChromaKeyPRODfx final : public CEffectBase {
  public:
   CChromaKeyPRODfx()
-      : CEffectBase(kInfo, 12517, "helpfile/Effects/Keying/ChromaKeyPRO/ChromaKeyPRO.htm", sizeof(CChromaKeyPRODfx)) {
+      : CEffectBase(kInfo, kLabelChromaKeyPRO, "helpfile/Effects/Keying/ChromaKeyPRO/ChromaKeyPRO.htm", sizeof(CChromaKeyPRODfx)) {
     ApplyDefaults<ChromaKeySettings>(kRows, settings_);
     alpha_map_ = DefaultAlphaMap();
     last_key_ = uint32_t(settings_.chroma_rgb);

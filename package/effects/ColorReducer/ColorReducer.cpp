@@ -11,6 +11,7 @@
 #include "color_reducer_kernel.h"
 #include "framework/dynvar_list.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 
@@ -42,7 +43,7 @@ int32_t WholeBits(float v) {
 class CColorReducerDfx final : public CEffectBase {
  public:
   CColorReducerDfx()
-      : CEffectBase(kInfo, 12506, "helpfile/Effects/Filter/ColorReducer/ColorReducer.htm", sizeof(CColorReducerDfx)) {
+      : CEffectBase(kInfo, kLabelColorReducer, "helpfile/Effects/Filter/ColorReducer/ColorReducer.htm", sizeof(CColorReducerDfx)) {
     ApplyDefaults<ColorReducerSettings>(kRows, settings_);
     Declare();
   }

@@ -27,6 +27,7 @@
 #include "shared/smoothing_filter.h"
 #include "orrery/services.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 
@@ -78,7 +79,7 @@ double TurnDistance(double a, double b) {
 class CColorTrackerDfx final : public CEffectBase {
  public:
   CColorTrackerDfx()
-      : CEffectBase(kInfo, 12520, "helpfile/Effects/Misc/ColorTracker/ColorTracker.htm", sizeof(CColorTrackerDfx)),
+      : CEffectBase(kInfo, kLabelColorTracker, "helpfile/Effects/Misc/ColorTracker/ColorTracker.htm", sizeof(CColorTrackerDfx)),
         instance_(++g_instances) {
     ApplyDefaults<TrackerSettings>(kRows, settings_);
     ResetFilters();

@@ -20,6 +20,7 @@
 #include "orrery/services.h"
 #include "framework/dynvar_list.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 
@@ -56,7 +57,7 @@ ColorTrafoSettings Sanitised(float hue, float sat, float bright) {
 class CColorTrafoDfx final : public CEffectBase {
  public:
   CColorTrafoDfx()
-      : CEffectBase(kInfo, 12519, "helpfile/Effects/Filter/ColorTrafo/ColorTrafo.htm", sizeof(CColorTrafoDfx)) {
+      : CEffectBase(kInfo, kLabelColorTrafo, "helpfile/Effects/Filter/ColorTrafo/ColorTrafo.htm", sizeof(CColorTrafoDfx)) {
     ApplyDefaults<ColorTrafoSettings>(kRows, settings_);
   }
 

@@ -37,6 +37,7 @@
 #include "distorter_map.h"
 #include "distorter_sample.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 
@@ -56,6 +57,9 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       "Effect,Filter,",
                                       0x0024E2E1633AF2E7ull,
                                       orrery::kEffectVersion};
+
+// The host's parameters of the sequence-mixing slider.
+constexpr SliderParams kMixingSliderParams{100.0f, 20000.0f, 2000.0f, 0};
 
 // ---- settings -----------------------------------------------------------------------
 
@@ -100,7 +104,7 @@ float* LineCoordinate(LinePair& pair, int k) {
 class CDistorterDfx final : public CEffectBase, public distorter::MorphEditing {
  public:
   CDistorterDfx()
-      : CEffectBase(kInfo, 12522, "helpfile/Effects/Filter/Distorter/Distorter.htm", sizeof(CDistorterDfx)) {
+      : CEffectBase(kInfo, kLabelDistorter, "helpfile/Effects/Filter/Distorter/Distorter.htm", sizeof(CDistorterDfx)) {
     ApplyDefaults<DistorterSettings>(kLeadRows, settings_);
     ApplyDefaults<DistorterSettings>(kTailRows, settings_);
   }
@@ -138,7 +142,7 @@ class CDistorterDfx final : public CEffectBase, public distorter::MorphEditing {
 
   void DeclareHostControls() override {
     // The host's own slider parameters for this control: 100, 20000, 2000.
-    DeclareSlider(kSliderName, &progress_, -1.0f, 1.0f, 100.0f, 20000.0f, 2000.0f, 0);
+    DeclareSlider(kSliderName, &progress_, -1.0f, 1.0f, kMixingSliderParams);
     DescribeRows<DistorterSettings>(host_context_, kLeadRows);
     DescribeRows<DistorterSettings>(host_context_, kTailRows);
   }
@@ -214,19 +218,18 @@ class CDistorterDfx final : public CEffectBase, public distorter::MorphEditing {
       selected = morphs_.Count() > 0 ? sequence_.index : -1;
       if (selected >= 0) morph = morphs_.At(selected);
     }
-    std::vector<orrery::DialogField> fields = DialogFieldsFor<DistorterSettings>(kLeadRows, copy);
-    for (const orrery::DialogField& f : DialogFieldsFor<DistorterSettings>(kTailRows, copy)) fields.push_back(f);
+    // The selected morph's name and easing follow the stored settings.
     char label[320] = "";
+    std::vector<orrery::DialogField> morph_fields;
     if (selected >= 0) {
       std::snprintf(label, sizeof label, "Selected %i: %s", int(selected), morph.name.c_str());
-      fields.push_back({label, orrery::DialogFieldType::kLabel, nullptr, 0, 0, nullptr, nullptr});
-      fields.push_back({"Name", orrery::DialogFieldType::kText, &morph.name, 0, 0, nullptr, nullptr});
-      fields.push_back({"Ease from", orrery::DialogFieldType::kFloat, &morph.ease_from, 0, 1, nullptr, nullptr});
-      fields.push_back({"Ease to", orrery::DialogFieldType::kFloat, &morph.ease_to, 0, 1, nullptr, nullptr});
+      morph_fields = {{label, orrery::DialogFieldType::kLabel, nullptr, 0, 0, nullptr, nullptr},
+                      {"Name", orrery::DialogFieldType::kText, &morph.name, 0, 0, nullptr, nullptr},
+                      {"Ease from", orrery::DialogFieldType::kFloat, &morph.ease_from, 0, 1, nullptr, nullptr},
+                      {"Ease to", orrery::DialogFieldType::kFloat, &morph.ease_to, 0, 1, nullptr, nullptr}};
     }
-    orrery::DialogService* dialogs = orrery::GetDialogService();
-    orrery::DialogModel model{"Distorter", fields.data(), int32_t(fields.size()), HelpPage(), platform::MainWindow()};
-    if (!dialogs || !dialogs->RunModal(model)) return 0;
+    SettingsDialog<DistorterSettings> dialog({kLeadRows, kTailRows}, copy, {}, morph_fields);
+    if (!dialog.Run("Distorter", HelpPage())) return 0;
 
     std::lock_guard lock(lock_);
     settings_ = copy;

@@ -1,6 +1,7 @@
 // Donkey: registered with its description and settings exchange; until
 // its own implementation lands it passes input 0 through unchanged.
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 
 namespace nimbo {
@@ -13,7 +14,7 @@ constexpr orrery::EffectInfo kInfo = {kInputs, 3, {-1, -1}, "output", "nimbo one
 class CDonkeyDfx final : public CEffectBase {
  public:
   CDonkeyDfx()
-      : CEffectBase(kInfo, 12512, "helpfile/Effects/3D/Donkey/Donkey.htm", sizeof(CDonkeyDfx)) {}
+      : CEffectBase(kInfo, kLabelDonkey, "helpfile/Effects/3D/Donkey/Donkey.htm", sizeof(CDonkeyDfx)) {}
 };
 
 }  // namespace

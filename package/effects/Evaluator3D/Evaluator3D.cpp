@@ -1,6 +1,7 @@
 // Evaluator3D: registered with its description and settings exchange; until
 // its own implementation lands it passes input 0 through unchanged.
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 
 namespace nimbo {
@@ -13,7 +14,7 @@ constexpr orrery::EffectInfo kInfo = {kInputs, 4, {-1, -1}, "output", "nimbo one
 class CEvaluator3DDfx final : public CEffectBase {
  public:
   CEvaluator3DDfx()
-      : CEffectBase(kInfo, 12507, "helpfile/Effects/3D/Evaluator3D/Evaluator3D.htm", sizeof(CEvaluator3DDfx)) {}
+      : CEffectBase(kInfo, kLabelEvaluator3D, "helpfile/Effects/3D/Evaluator3D/Evaluator3D.htm", sizeof(CEvaluator3DDfx)) {}
 };
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "orrery/services.h"
 #include "framework/dynvar_list.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 
@@ -40,7 +41,7 @@ constexpr SettingRow<HBlurSettings> kRows[] = {
 class CFastHBlurDfx final : public CEffectBase {
  public:
   CFastHBlurDfx()
-      : CEffectBase(kInfo, 12504, "helpfile/Effects/Filter/FastHBlur/FastHBlur.htm", sizeof(CFastHBlurDfx)) {
+      : CEffectBase(kInfo, kLabelFastHBlur, "helpfile/Effects/Filter/FastHBlur/FastHBlur.htm", sizeof(CFastHBlurDfx)) {
     ApplyDefaults<HBlurSettings>(kRows, settings_);
   }
 

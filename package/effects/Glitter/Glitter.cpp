@@ -21,6 +21,7 @@
 #include "glitter_kernel.h"
 #include "framework/dynvar_list.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/platform.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
@@ -60,7 +61,7 @@ int32_t Whole(float v, int32_t lo, int32_t hi) {
 
 class CGlitterDfx final : public CEffectBase {
  public:
-  CGlitterDfx() : CEffectBase(kInfo, 12509, "helpfile/Effects/Filter/Glitter/Glitter.htm", sizeof(CGlitterDfx)) {
+  CGlitterDfx() : CEffectBase(kInfo, kLabelGlitter, "helpfile/Effects/Filter/Glitter/Glitter.htm", sizeof(CGlitterDfx)) {
     ApplyDefaults<GlitterSettings>(kRows, settings_);
     Declare();
   }

@@ -1,6 +1,7 @@
 // ImplicitBeast: registered with its description and settings exchange; until
 // its own implementation lands it passes input 0 through unchanged.
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 
 namespace nimbo {
@@ -13,7 +14,7 @@ constexpr orrery::EffectInfo kInfo = {kInputs, 3, {-1, -1}, "output", "nimbo one
 class CImplicitBeastDfx final : public CEffectBase {
  public:
   CImplicitBeastDfx()
-      : CEffectBase(kInfo, 12513, "helpfile/Effects/3D/ImplicitBeast/ImplicitBeast.htm", sizeof(CImplicitBeastDfx)) {}
+      : CEffectBase(kInfo, kLabelImplicitBeast, "helpfile/Effects/3D/ImplicitBeast/ImplicitBeast.htm", sizeof(CImplicitBeastDfx)) {}
 };
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "lopass_kernel.h"
 #include "orrery/services.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 
@@ -24,6 +25,9 @@ namespace {
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
 constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "", "nimbo one\\LoPass", kAuthor,
                                       "Effect,Filter,", 0x0169E4AAD24247DCull, orrery::kEffectVersion};
+
+// The host's parameters of both sliders.
+constexpr SliderParams kSliderParams{500.0f, 10000.0f, 428.6f, 88};
 
 // ---- settings ----
 struct LoPassSettings {
@@ -43,7 +47,7 @@ constexpr float kSliderMaxResonance = 20.0f;
 
 class CLoPassDfx final : public CEffectBase {
  public:
-  CLoPassDfx() : CEffectBase(kInfo, 12502, "helpfile/Effects/Filter/LoPass/LoPass.htm", sizeof(CLoPassDfx)) {
+  CLoPassDfx() : CEffectBase(kInfo, kLabelLoPass, "helpfile/Effects/Filter/LoPass/LoPass.htm", sizeof(CLoPassDfx)) {
     ApplyDefaults<LoPassSettings>(kRows, settings_);
     SlidersFromSettings();
   }
@@ -76,8 +80,8 @@ class CLoPassDfx final : public CEffectBase {
 
   void DeclareHostControls() override {
     DescribeRows<LoPassSettings>(host_context_, kRows);
-    DeclareSlider("Frequency fc", &frequency_, 0.0f, 0.5f, 500.0f, 10000.0f, 428.6f, 88);
-    DeclareSlider("Resonance Q", &resonance_, 0.0f, kSliderMaxResonance, 500.0f, 10000.0f, 428.6f, 88);
+    DeclareSlider("Frequency fc", &frequency_, 0.0f, 0.5f, kSliderParams);
+    DeclareSlider("Resonance Q", &resonance_, 0.0f, kSliderMaxResonance, kSliderParams);
     Restart();
   }
 

@@ -12,6 +12,7 @@
 #include "lowq_ops.h"
 #include "framework/dynvar_list.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 
 namespace nimbo {
@@ -48,7 +49,7 @@ constexpr size_t kVariableCount = std::size(kVariables);
 
 class CLowQDfx final : public CEffectBase {
  public:
-  CLowQDfx() : CEffectBase(kInfo, 12524, "helpfile/Effects/Filter/LowQ/LowQ.htm", sizeof(CLowQDfx)) {}
+  CLowQDfx() : CEffectBase(kInfo, kLabelLowQ, "helpfile/Effects/Filter/LowQ/LowQ.htm", sizeof(CLowQDfx)) {}
 
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);

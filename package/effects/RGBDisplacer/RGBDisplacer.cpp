@@ -13,6 +13,7 @@
 #include "rgb_displacer_kernel.h"
 #include "framework/dynvar_list.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 
@@ -52,7 +53,7 @@ int32_t WholeShift(float v, int32_t size) {
 class CRGBDisplacerDfx final : public CEffectBase {
  public:
   CRGBDisplacerDfx()
-      : CEffectBase(kInfo, 12505, "helpfile/Effects/Filter/RGBDisplacer/RGBDisplacer.htm", sizeof(CRGBDisplacerDfx)) {
+      : CEffectBase(kInfo, kLabelRGBDisplacer, "helpfile/Effects/Filter/RGBDisplacer/RGBDisplacer.htm", sizeof(CRGBDisplacerDfx)) {
     ApplyDefaults<Offsets>(kRows, settings_);
     Declare();
   }

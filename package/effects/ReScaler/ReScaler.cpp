@@ -14,6 +14,7 @@
 #include <algorithm>
 
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 #include "render3d/engine_loader.h"
@@ -64,7 +65,7 @@ orrery::Size ModeSize(int32_t mode, int32_t w, int32_t h) {
 class CReScaleDfx final : public CEffectBase {
  public:
   CReScaleDfx()
-      : CEffectBase(kInfo, 12501, "helpfile/Effects/Misc/ReScaler/ReScaler.htm", sizeof(CReScaleDfx)) {
+      : CEffectBase(kInfo, kLabelReScaler, "helpfile/Effects/Misc/ReScaler/ReScaler.htm", sizeof(CReScaleDfx)) {
     ApplyDefaults<ReScalerSettings>(kSettingRows, settings_);
   }
 

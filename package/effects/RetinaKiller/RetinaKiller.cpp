@@ -15,6 +15,7 @@
 #include "retina_killer_kernel.h"
 #include "orrery/services.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 
@@ -24,6 +25,9 @@ namespace {
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
 constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "output", "nimbo one\\Retina Killer", kAuthor,
                                       "Effect,Filter,", 0x0163498A3DB12937ull, orrery::kEffectVersion};
+
+// The host's parameters of both sliders.
+constexpr SliderParams kSliderParams{100.0f, 10000.0f, 428.6f, 88};
 
 // ---- settings ----
 struct RetinaSettings {
@@ -49,7 +53,7 @@ uint8_t ToByte(float v) { return v >= 0.0f ? uint8_t(std::min(v, 255.0f)) : 0; }
 class CRetinaKillerDfx final : public CEffectBase {
  public:
   CRetinaKillerDfx()
-      : CEffectBase(kInfo, 12510, "helpfile/Effects/Filter/RetinaKiller/RetinaKiller.htm", sizeof(CRetinaKillerDfx)) {
+      : CEffectBase(kInfo, kLabelRetinaKiller, "helpfile/Effects/Filter/RetinaKiller/RetinaKiller.htm", sizeof(CRetinaKillerDfx)) {
     ApplyDefaults<RetinaSettings>(kRows, settings_);
     SlidersFromSettings();
   }
@@ -79,8 +83,8 @@ class CRetinaKillerDfx final : public CEffectBase {
 
   void DeclareHostControls() override {
     DescribeRows<RetinaSettings>(host_context_, kRows);
-    DeclareSlider(kResistanceSlider, &resistance_, 0.0f, 255.0f, 100.0f, 10000.0f, 428.6f, 88);
-    DeclareSlider(kRepairSlider, &repair_, 0.0f, kMaxRepair, 100.0f, 10000.0f, 428.6f, 88);
+    DeclareSlider(kResistanceSlider, &resistance_, 0.0f, 255.0f, kSliderParams);
+    DeclareSlider(kRepairSlider, &repair_, 0.0f, kMaxRepair, kSliderParams);
   }
 
   int32_t RunDialog() override {

@@ -1,6 +1,7 @@
 // Text3D: registered with its description and settings exchange; until
 // its own implementation lands it passes input 0 through unchanged.
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 
 namespace nimbo {
@@ -13,7 +14,7 @@ constexpr orrery::EffectInfo kInfo = {kInputs, 3, {-1, -1}, "", "nimbo one\\3D E
 class CText3DDfx final : public CEffectBase {
  public:
   CText3DDfx()
-      : CEffectBase(kInfo, 12521, "helpfile/Effects/3D/Text3D/Text3D.htm", sizeof(CText3DDfx)) {}
+      : CEffectBase(kInfo, kLabelText3D, "helpfile/Effects/3D/Text3D/Text3D.htm", sizeof(CText3DDfx)) {}
 };
 
 }  // namespace

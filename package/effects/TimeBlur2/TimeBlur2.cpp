@@ -24,6 +24,7 @@
 #include "time_blur_kernel.h"
 #include "orrery/services.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 
@@ -33,6 +34,9 @@ namespace {
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
 constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "", "nimbo one\\TimeBlur2", kAuthor,
                                       "Effect,Filter,Time,Blur,", 0x0169BDBC6AB2405Cull, orrery::kEffectVersion};
+
+// The host's parameters of the reset button.
+constexpr SliderParams kResetButtonParams{100.0f, 10000.0f, 857.2f, 25};
 
 // ---- settings ----
 struct TimeBlurSettings {
@@ -54,7 +58,7 @@ constexpr int32_t kLastChoice = 5;
 class CTimeBlur2Dfx final : public CEffectBase {
  public:
   CTimeBlur2Dfx()
-      : CEffectBase(kInfo, 12503, "helpfile/Effects/Filter/TimeBlur2/TimeBlur2.htm", sizeof(CTimeBlur2Dfx)) {
+      : CEffectBase(kInfo, kLabelTimeBlur2, "helpfile/Effects/Filter/TimeBlur2/TimeBlur2.htm", sizeof(CTimeBlur2Dfx)) {
     ApplyDefaults<TimeBlurSettings>(kRows, settings_);
   }
 
@@ -125,7 +129,7 @@ class CTimeBlur2Dfx final : public CEffectBase {
   // Runs after every configuration exchange: a load is a reset.
   void DeclareHostControls() override {
     DescribeRows<TimeBlurSettings>(host_context_, kRows);
-    DeclareSlider("Reset buffers", &reset_button_, 0.0f, 1.0f, 100.0f, 10000.0f, 857.2f, 25);
+    DeclareSlider("Reset buffers", &reset_button_, 0.0f, 1.0f, kResetButtonParams);
     Reset();
   }
 

@@ -1,6 +1,7 @@
 // WAXCombine: registered with its description and settings exchange; until
 // its own implementation lands it passes input 0 through unchanged.
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 
 namespace nimbo {
@@ -13,7 +14,7 @@ constexpr orrery::EffectInfo kInfo = {kInputs, 2, {-1, -1}, "WAX output", "nimbo
 class CWAXCombineDfx final : public CEffectBase {
  public:
   CWAXCombineDfx()
-      : CEffectBase(kInfo, 12523, "helpfile/Effects/3D/WAXCombine/WAXCombine.htm", sizeof(CWAXCombineDfx)) {}
+      : CEffectBase(kInfo, kLabelWAXCombine, "helpfile/Effects/3D/WAXCombine/WAXCombine.htm", sizeof(CWAXCombineDfx)) {}
 };
 
 }  // namespace

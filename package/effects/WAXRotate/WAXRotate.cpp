@@ -1,6 +1,7 @@
 // WAXRotate: registered with its description and settings exchange; until
 // its own implementation lands it passes input 0 through unchanged.
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 
 namespace nimbo {
@@ -13,7 +14,7 @@ constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "WAX output", "nimbo
 class CWAXRotateDfx final : public CEffectBase {
  public:
   CWAXRotateDfx()
-      : CEffectBase(kInfo, 12515, "helpfile/Effects/3D/WAXRotate/WAXRotate.htm", sizeof(CWAXRotateDfx)) {}
+      : CEffectBase(kInfo, kLabelWAXRotate, "helpfile/Effects/3D/WAXRotate/WAXRotate.htm", sizeof(CWAXRotateDfx)) {}
 };
 
 }  // namespace

@@ -1,6 +1,7 @@
 // WAXViewer: registered with its description and settings exchange; until
 // its own implementation lands it passes input 0 through unchanged.
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 
 namespace nimbo {
@@ -13,7 +14,7 @@ constexpr orrery::EffectInfo kInfo = {kInputs, 4, {-1, -1}, "output", "nimbo one
 class CWAXViewerDfx final : public CEffectBase {
  public:
   CWAXViewerDfx()
-      : CEffectBase(kInfo, 12514, "helpfile/Effects/3D/WAXViewer/WAXViewer.htm", sizeof(CWAXViewerDfx)) {}
+      : CEffectBase(kInfo, kLabelWAXViewer, "helpfile/Effects/3D/WAXViewer/WAXViewer.htm", sizeof(CWAXViewerDfx)) {}
 };
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include "chroma_key_kernel.h"
 #include "orrery/services.h"
 #include "core/effect_base.h"
+#include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 
@@ -31,7 +32,7 @@ constexpr SettingRow<XtractAlphaSettings> kRows[] = {
 class CXtractAlphaDfx final : public CEffectBase {
  public:
   CXtractAlphaDfx()
-      : CEffectBase(kInfo, 12518, "helpfile/Effects/Keying/XtractAlpha/XtractAlpha.htm", sizeof(CXtractAlphaDfx)) {
+      : CEffectBase(kInfo, kLabelXtractAlpha, "helpfile/Effects/Keying/XtractAlpha/XtractAlpha.htm", sizeof(CXtractAlphaDfx)) {
     ApplyDefaults<XtractAlphaSettings>(kRows, settings_);
   }
 

@@ -2,7 +2,7 @@
 //
 // Index:
 //   1. common effect state (lock, second lock, output size, memory size,
-//      engine object)
+//      engine object) and the input check every filter's Render starts with
 //   2. the base behaviour of all 27 interface operations
 //   3. the configuration exchange (read step / write step around "!")
 //   4. host controls: sliders, settings metadata
@@ -32,6 +32,15 @@ inline constexpr const char* kAuthor = "nimbo one - live video effects";
 // relative to the minimum, and shifted down by half the range only when it
 // lies in the upper half. The asymmetry is the host's convention.
 float SliderInitialValue(float v, float minimum, float maximum);
+
+// The host's own parameters of a slider, passed through unchanged; each
+// effect names the set it uses (see its DeclareHostControls).
+struct SliderParams {
+  float p1;
+  float p2;
+  float p3;
+  int32_t p4;
+};
 
 class CEffectBase : public orrery::Effect {
  public:
@@ -100,17 +109,22 @@ class CEffectBase : public orrery::Effect {
 
   // Output size from the host context into the output size fields.
   void FetchOutputSize();
-  // Copies input 0 into the output when both have the output's size.
+  // Input 0 when it and the output both have pixels, the same size and at
+  // least one pixel: the frame a filter may work on. Null otherwise, and
+  // Render then draws nothing and returns 0.
+  static const orrery::Screen* InputMatchingOutput(const orrery::InputList& inputs, const orrery::Screen* output);
+  // Copies input 0 into the output when InputMatchingOutput allows it.
   static bool CopyInputToOutput(const orrery::InputList& inputs, orrery::Screen* output);
 
-  void DeclareSlider(const char* name, float* value, float minimum, float maximum, float p1, float p2, float p3,
-                     int32_t p4);
+  void DeclareSlider(const char* name, float* value, float minimum, float maximum, const SliderParams& params);
 
   const orrery::EffectInfo& info_;
   const int32_t label_resource_;
   const char* const help_page_;
 
-  // Common effect state, in this order.
+  // Common effect state, in this order. The second lock belongs to that
+  // state (created and destroyed with every effect) although no operation of
+  // this package takes it.
   platform::Lock lock_;
   int32_t lock_initialised_ = 0;
   int32_t second_lock_count_ = 0;
