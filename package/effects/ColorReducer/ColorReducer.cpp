@@ -6,6 +6,32 @@
 // Settings: "bits" (1..8) and "dither" (0/1). The number of bits is also the
 // dynamic variable "Bits" (1..8, truncated to a whole number), with the
 // stored value as its initial value.
+//
+// ---- The skeleton every effect file follows (this one is the model) ----
+//  1. A header comment: what the effect does, its algorithm in a few lines,
+//     the keys and units of its settings, its dynamic variables.
+//  2. Includes: the C++ library; the effect's own headers (bare names, from
+//     its folder); then framework/, core/, shared/, render3d/.
+//  3. Description: kInputs and kInfo, then the effect's named constants
+//     (slider parameter sets, messages, limits).
+//  4. Settings: the struct (plain fields, no defaults) and its table kRows,
+//     in the order the keys are written. The table is the only place a key,
+//     its type, default, range, dialog label and dialog view are written.
+//  5. The class C<Name>Dfx, in this order: constructor (ApplyDefaults from
+//     the table) and destructor; Initialize; Render; ReadSettings,
+//     WriteSettings, DeclareHostControls; RunDialog (through the table:
+//     RunSettingsDialog, or SettingsDialog with the effect's own fields
+//     around the rows); then private helpers; then data (settings, derived
+//     values, history buffers).
+//  6. The factory New<Name>().
+// Render takes the lock, returns 0 until Initialize has fetched the output
+// size (OutputSizeKnown), then starts from the base class's input check:
+// CopyInputToOutput for a filter that works in place on a copy of input 0,
+// InputMatchingOutput for one that reads the input and writes the output.
+// Kernels sit beside the effect (<name>_kernel.h/.cpp): free functions with
+// a scalar reference <Thing>Scalar, SIMD versions <Thing>Sse2/<Thing>Avx2
+// written once over the lanes of shared/simd_lanes.h, and the selector
+// <Thing>Kernel() that answers the best version for this CPU, chosen once.
 #include <cmath>
 
 #include "color_reducer_kernel.h"
@@ -48,25 +74,6 @@ class CColorReducerDfx final : public CEffectBase {
     Declare();
   }
 
- protected:
-  void ReadSettings(orrery::ConfigStore& store) override {
-    ReadRows<ColorReducerSettings>(store, kRows, settings_);
-  }
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteRows<ColorReducerSettings>(store, kRows, settings_);
-  }
-  void DeclareHostControls() override {
-    Declare();
-    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
-    DescribeRows<ColorReducerSettings>(host_context_, kRows);
-  }
-
-  int32_t RunDialog() override {
-    return RunSettingsDialog<ColorReducerSettings>("ColorReducer", HelpPage(), kRows, settings_, lock_,
-                                                   [this] { Declare(); });
-  }
-
- public:
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
     if (!OutputSizeKnown()) return 0;
@@ -88,6 +95,24 @@ class CColorReducerDfx final : public CEffectBase {
       row(line, line, 0, w, p);
     }
     return 1;
+  }
+
+ protected:
+  void ReadSettings(orrery::ConfigStore& store) override {
+    ReadRows<ColorReducerSettings>(store, kRows, settings_);
+  }
+  void WriteSettings(orrery::ConfigStore& store) override {
+    WriteRows<ColorReducerSettings>(store, kRows, settings_);
+  }
+  void DeclareHostControls() override {
+    Declare();
+    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
+    DescribeRows<ColorReducerSettings>(host_context_, kRows);
+  }
+
+  int32_t RunDialog() override {
+    return RunSettingsDialog<ColorReducerSettings>("ColorReducer", HelpPage(), kRows, settings_, lock_,
+                                                   [this] { Declare(); });
   }
 
  private:
