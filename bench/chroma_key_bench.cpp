@@ -10,6 +10,8 @@
 
 #include "chroma_key_footage.h"
 #include "chroma_key_kernel.h"
+#include "shared/colour_matrix.h"
+#include "xtract_alpha_kernel.h"
 #include "runtime/aligned_vector.h"
 #include "core/cpu.h"
 

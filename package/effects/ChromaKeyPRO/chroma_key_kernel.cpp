@@ -1,4 +1,4 @@
-// Scalar references of the keying kernels, the key table build, and the
+// Scalar references of ChromaKeyPRO's kernels, the key table build, and the
 // choice of version per CPU. The SIMD versions live in
 // chroma_key_kernel_sse2.cpp, chroma_key_kernel_avx2.cpp and
 // chroma_key_kernel_avx512.cpp.
@@ -18,24 +18,13 @@ inline int32_t Green(uint32_t p) { return int32_t((p >> 8) & 0xFF); }
 inline int32_t Blue(uint32_t p) { return int32_t(p & 0xFF); }
 inline uint32_t Byte(int32_t v) { return uint32_t(std::clamp(v, 0, 255)); }
 
-// One row of the colour matrix: a pair of products plus a third, shifted.
-inline int32_t MatrixRow(const int16_t row[3], int32_t r, int32_t g, int32_t b) {
-  return (row[0] * r + row[1] * g + row[2] * b) >> 8;
-}
-
-inline uint32_t MatrixPixel(const ColorMatrix& m, uint32_t p) {
-  int32_t r = Red(p), g = Green(p), b = Blue(p);
-  return Byte(MatrixRow(m.m[0], r, g, b)) << 16 | Byte(MatrixRow(m.m[1], r, g, b)) << 8 |
-         Byte(MatrixRow(m.m[2], r, g, b));
-}
-
 inline uint32_t KeyPixel(uint32_t p, uint32_t background, bool null_colour, const ChromaKeyParams& k) {
   const int32_t r = Red(p), g = Green(p), b = Blue(p);
   const int32_t x = (k.cx[0] * r + k.cx[1] * g + k.cx[2] * b) >> 8;
   const int32_t z = (k.cz[0] * r + k.cz[1] * g + k.cz[2] * b) >> 8;
   const uint32_t t = (uint32_t(std::abs(z)) * uint32_t(k.tan_factor)) >> 8;
   const int32_t x_cone = x - int32_t(t);
-  if (x_cone <= 0) return k.colortrafo ? MatrixPixel(k.matrix, p) : p;
+  if (x_cone <= 0) return k.colortrafo ? ColorMatrixPixel(k.matrix, p) : p;
 
   uint32_t a = (uint32_t(k.inv_mag) * uint32_t(x_cone)) >> 8;
   if (a >= 255) a = 255;
@@ -111,28 +100,6 @@ void ApplyKeyTableScalar(uint32_t* dst, const uint32_t* bg, size_t count, const 
 
 KeyTableApplyFn ApplyKeyTableKernel() {
   static const KeyTableApplyFn fn = CpuHasAvx2() ? ApplyKeyTableAvx2 : ApplyKeyTableSse2;
-  return fn;
-}
-
-void ColorMatrixScalar(const uint32_t* src, uint32_t* dst, size_t count, const ColorMatrix& m) {
-  for (size_t i = 0; i < count; ++i) dst[i] = (src[i] & 0xFF000000u) | MatrixPixel(m, src[i]);
-}
-
-ColorMatrixFn ColorMatrixKernel() {
-  static const ColorMatrixFn fn = CpuHasAvx2() ? ColorMatrixAvx2 : ColorMatrixSse2;
-  return fn;
-}
-
-void XtractAlphaScalar(const uint32_t* src, uint32_t* dst, size_t count, bool invert) {
-  const uint32_t flip = invert ? 0xFF : 0;
-  for (size_t i = 0; i < count; ++i) {
-    const uint32_t alpha = src[i] >> 24;
-    dst[i] = alpha << 24 | (alpha ^ flip) * 0x010101u;
-  }
-}
-
-XtractAlphaFn XtractAlphaKernel() {
-  static const XtractAlphaFn fn = CpuHasAvx2() ? XtractAlphaAvx2 : XtractAlphaSse2;
   return fn;
 }
 

@@ -1,12 +1,10 @@
-// The per-pixel kernels of the keying filters, each a scalar reference plus
-// SSE2 and AVX2 versions (and AVX-512 for the key) that give the same bytes;
+// ChromaKeyPRO's per-pixel kernels, each a scalar reference plus SSE2 and
+// AVX2 versions (and AVX-512 for the key) that give the same bytes;
 // *Kernel() answers the best version for this CPU, chosen once.
 //
 // Index:
 //   1. ChromaKey*      the chroma-cone key, in place on the frame
 //   2. key table       the whole key function precomputed for 7-bit colours
-//   3. ColorMatrix*    the hue/saturation/brightness matrix alone (ColorTrafo)
-//   4. XtractAlpha*    the alpha byte as a grey picture (XtractAlpha)
 //
 // The chroma-cone key, per pixel P = (R, G, B), all shifts by 8:
 //   X  = (cx . RGB) >> 8      along the key direction   (arithmetic shifts)
@@ -23,7 +21,7 @@
 // The background comes from `bg` (its alpha byte ignored; keyed pixels get
 // alpha 0) or, when `bg` is null, from the parameters' null colour; keyed
 // pixels then carry a in their alpha byte, which is what the key table and
-// XtractAlpha read back.
+// the XtractAlpha effect read back.
 //
 // Where the arithmetic could wrap, and why it does not: the SIMD versions
 // multiply 16-bit operands and sum pairs of products in 32 bits (pmaddwd).
@@ -88,23 +86,5 @@ void ApplyKeyTableScalar(uint32_t* dst, const uint32_t* bg, size_t count, const 
 void ApplyKeyTableSse2(uint32_t* dst, const uint32_t* bg, size_t count, const uint32_t* table, uint32_t null_rgb);
 void ApplyKeyTableAvx2(uint32_t* dst, const uint32_t* bg, size_t count, const uint32_t* table, uint32_t null_rgb);
 KeyTableApplyFn ApplyKeyTableKernel();
-
-// ---- 3. the colour matrix --------------------------------------------------------------
-// out_k = clamp((m[k] . RGB) >> 8, 0, 255); the alpha byte is kept. `src`
-// may equal `dst`.
-using ColorMatrixFn = void (*)(const uint32_t* src, uint32_t* dst, size_t count, const ColorMatrix& m);
-void ColorMatrixScalar(const uint32_t* src, uint32_t* dst, size_t count, const ColorMatrix& m);
-void ColorMatrixSse2(const uint32_t* src, uint32_t* dst, size_t count, const ColorMatrix& m);
-void ColorMatrixAvx2(const uint32_t* src, uint32_t* dst, size_t count, const ColorMatrix& m);
-ColorMatrixFn ColorMatrixKernel();
-
-// ---- 4. alpha as grey ------------------------------------------------------------------
-// R = G = B = alpha (255 - alpha when inverted); the alpha byte is kept so
-// the matte survives further effects. `src` may equal `dst`.
-using XtractAlphaFn = void (*)(const uint32_t* src, uint32_t* dst, size_t count, bool invert);
-void XtractAlphaScalar(const uint32_t* src, uint32_t* dst, size_t count, bool invert);
-void XtractAlphaSse2(const uint32_t* src, uint32_t* dst, size_t count, bool invert);
-void XtractAlphaAvx2(const uint32_t* src, uint32_t* dst, size_t count, bool invert);
-XtractAlphaFn XtractAlphaKernel();
 
 }  // namespace nimbo

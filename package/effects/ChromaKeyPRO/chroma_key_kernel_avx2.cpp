@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "chroma_key_kernel.h"
+#include "shared/simd_lanes_avx2.h"
 
 #if defined(__clang__)
 #pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
@@ -21,29 +22,7 @@
 namespace nimbo {
 namespace {
 
-struct V256 {
-  using T = __m256i;
-  static constexpr size_t kLanes = 8;
-
-  static T Load(const uint32_t* p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p)); }
-  static void Store(uint32_t* p, T v) { _mm256_storeu_si256(reinterpret_cast<__m256i*>(p), v); }
-  static T Set1(int32_t v) { return _mm256_set1_epi32(v); }
-  static T And(T a, T b) { return _mm256_and_si256(a, b); }
-  static T Or(T a, T b) { return _mm256_or_si256(a, b); }
-  static T AndNot(T a, T b) { return _mm256_andnot_si256(a, b); }
-  static T Xor(T a, T b) { return _mm256_xor_si256(a, b); }
-  static T Add(T a, T b) { return _mm256_add_epi32(a, b); }
-  static T Sub(T a, T b) { return _mm256_sub_epi32(a, b); }
-  template <int N>
-  static T Srai(T a) { return _mm256_srai_epi32(a, N); }
-  template <int N>
-  static T Srli(T a) { return _mm256_srli_epi32(a, N); }
-  template <int N>
-  static T Slli(T a) { return _mm256_slli_epi32(a, N); }
-  static T Madd(T a, T b) { return _mm256_madd_epi16(a, b); }
-  static T CmpGt(T a, T b) { return _mm256_cmpgt_epi32(a, b); }
-  static T MulLo(T a, T b) { return _mm256_mullo_epi32(a, b); }
-  static T Abs(T a) { return _mm256_abs_epi32(a); }
+struct V256 : simd::Lanes256 {
   static T MinU32(T a, T b, T, T) { return _mm256_min_epu32(a, b); }
   // One byte shuffle moves each colour byte into the low half of its lane;
   // a word blend puts the weight into the high half.
@@ -57,16 +36,6 @@ struct V256 {
     out[0] = _mm256_blend_epi16(_mm256_shuffle_epi8(back, red), high, 0xAA);
     out[1] = _mm256_blend_epi16(_mm256_shuffle_epi8(back, green), high, 0xAA);
     out[2] = _mm256_blend_epi16(_mm256_shuffle_epi8(back, blue), high, 0xAA);
-  }
-  static bool AnyLane(T mask) { return !_mm256_testz_si256(mask, mask); }
-  static T Blend(T mask, T a, T b) { return _mm256_blendv_epi8(b, a, mask); }
-  // The packs work within each 128-bit half, which holds four whole pixels;
-  // one byte shuffle per half then interleaves B, G, R, A.
-  static T PackPixels(T b, T g, T r, T a) {
-    const T bytes = _mm256_packus_epi16(_mm256_packs_epi32(b, r), _mm256_packs_epi32(g, a));  // B R G A per half
-    const T order = _mm256_setr_epi8(0, 8, 4, 12, 1, 9, 5, 13, 2, 10, 6, 14, 3, 11, 7, 15,  //
-                                     0, 8, 4, 12, 1, 9, 5, 13, 2, 10, 6, 14, 3, 11, 7, 15);
-    return _mm256_shuffle_epi8(bytes, order);
   }
   static T Gather(const int32_t* table, T index) { return _mm256_i32gather_epi32(table, index, 4); }
   // The alpha LUT for 32 indices at once, by byte shuffles instead of four
@@ -166,12 +135,6 @@ void ChromaKeyAvx2(uint32_t* dst, const uint32_t* bg, size_t count, const Chroma
 }
 void ApplyKeyTableAvx2(uint32_t* dst, const uint32_t* bg, size_t count, const uint32_t* table, uint32_t null_rgb) {
   ApplyKeyTableBody<V256>(dst, bg, count, table, null_rgb);
-}
-void ColorMatrixAvx2(const uint32_t* src, uint32_t* dst, size_t count, const ColorMatrix& m) {
-  ColorMatrixBody<V256>(src, dst, count, m);
-}
-void XtractAlphaAvx2(const uint32_t* src, uint32_t* dst, size_t count, bool invert) {
-  XtractAlphaBody<V256>(src, dst, count, invert);
 }
 
 }  // namespace nimbo

@@ -1,15 +1,13 @@
-// The SIMD bodies of the keying kernels, written once over a vector type V of
-// 32-bit lanes (one pixel per lane) and included by the SSE2, the AVX2 and
-// the AVX-512 translation unit, each after defining its V. Only those files
-// include this; everything here has internal linkage, so the instantiations
-// of one can never stand in for another's.
+// The SIMD bodies of ChromaKeyPRO's kernels, written once over a vector type
+// V of 32-bit lanes (one pixel per lane) and included by the SSE2, the AVX2
+// and the AVX-512 translation unit, each after defining its V. Only those
+// files include this; everything here has internal linkage, so the
+// instantiations of one can never stand in for another's.
 //
-// V provides: T, kLanes, Load, Store, Set1, And, Or, AndNot (~a & b), Xor,
-// Add, Sub, Srai<n>, Srli<n>, Slli<n>, Madd (pairs of 16-bit products summed
-// in 32 bits), CmpGt (signed), MulLo (low 32 bits of the product), Abs,
-// MinU32 (unsigned min), AnyLane, Blend (mask ? a : b), PackPixels
-// (saturating B, G, R, A lanes into pixels), BackgroundPairs (each colour
-// byte paired with the luma weight), Gather (32-bit table entries),
+// V provides the operations of shared/simd_lanes.h (the SSE2 and AVX2 types
+// derive from those lanes) and the keying's own: MinU32 (unsigned min),
+// BackgroundPairs (each colour byte paired with the luma weight), Gather
+// (32-bit table entries),
 // LookUpAlpha (the alpha LUT over four vectors of indices 0..255),
 // kConeShuffles and LookUpCone (a over four vectors straight from X'),
 // KeyTableEntries, MulBytesShr8, AddsU8; optionally Tables (see
@@ -22,30 +20,10 @@
 #include <array>
 #include <utility>
 
+#include "shared/colour_matrix_simd.h"
+
 namespace nimbo {
 namespace {
-
-// A 32-bit lane holding the 16-bit pair (lo, hi), the operand layout of Madd.
-inline int32_t PairOf(int32_t lo, int32_t hi) { return int32_t((uint32_t(lo) & 0xFFFF) | uint32_t(hi) << 16); }
-
-template <class V>
-struct MatrixRows {
-  // Per output channel: the pair (B, R) weights and the G weight, matching the
-  // (B, R) and (G, 0) pairs cut from each pixel.
-  typename V::T br[3], g[3];
-  explicit MatrixRows(const ColorMatrix& m) {
-    for (int k = 0; k < 3; ++k) {
-      br[k] = V::Set1(PairOf(m.m[k][2], m.m[k][0]));
-      g[k] = V::Set1(PairOf(m.m[k][1], 0));
-    }
-  }
-  // The recoloured pixels with alpha 0.
-  typename V::T Apply(typename V::T pair_br, typename V::T pair_g) const {
-    typename V::T out[3];
-    for (int k = 0; k < 3; ++k) out[k] = V::template Srai<8>(V::Add(V::Madd(pair_br, br[k]), V::Madd(pair_g, g[k])));
-    return V::PackPixels(out[2], out[1], out[0], V::Set1(0));
-  }
-};
 
 // Which branches of the key one pass takes, fixed per call so that each
 // combination gets its own loop with no tests inside: the null colour instead
@@ -255,34 +233,6 @@ void ChromaKeyBody(uint32_t* dst, const uint32_t* bg, size_t count, const Chroma
   const size_t mode = size_t(bg == nullptr) | size_t(p.noise_sq != 0) << 1 | size_t(p.colortrafo) << 2 |
                       size_t(madd16) << 3;
   kLoops[mode](dst, bg, count, p);
-}
-
-template <class V>
-void ColorMatrixBody(const uint32_t* src, uint32_t* dst, size_t count, const ColorMatrix& m) {
-  using T = typename V::T;
-  const T low_bytes = V::Set1(0x00FF00FF), byte = V::Set1(0xFF), alpha = V::Set1(int32_t(0xFF000000u));
-  const MatrixRows<V> matrix(m);
-  size_t i = 0;
-  for (; i + V::kLanes <= count; i += V::kLanes) {
-    const T px = V::Load(src + i);
-    const T rgb = matrix.Apply(V::And(px, low_bytes), V::And(V::template Srli<8>(px), byte));
-    V::Store(dst + i, V::Or(rgb, V::And(px, alpha)));
-  }
-  ColorMatrixScalar(src + i, dst + i, count - i, m);
-}
-
-template <class V>
-void XtractAlphaBody(const uint32_t* src, uint32_t* dst, size_t count, bool invert) {
-  using T = typename V::T;
-  const T flip = V::Set1(invert ? 0xFF : 0);
-  size_t i = 0;
-  for (; i + V::kLanes <= count; i += V::kLanes) {
-    const T alpha = V::template Srli<24>(V::Load(src + i));
-    const T grey = V::Xor(alpha, flip);
-    const T rgb = V::Or(grey, V::Or(V::template Slli<8>(grey), V::template Slli<16>(grey)));
-    V::Store(dst + i, V::Or(rgb, V::template Slli<24>(alpha)));
-  }
-  XtractAlphaScalar(src + i, dst + i, count - i, invert);
 }
 
 template <class V>

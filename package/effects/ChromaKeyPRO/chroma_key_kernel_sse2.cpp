@@ -1,47 +1,19 @@
-// The SSE2 versions of the keying kernels: four pixels per step. SSE2 lacks
-// a 32-bit multiply, abs, blend, byte shuffle and gather; each is built here
-// from what it has.
+// The SSE2 versions of ChromaKeyPRO's kernels: four pixels per step. SSE2
+// lacks a 32-bit multiply, abs, blend, byte shuffle and gather; the shared
+// lanes build the first three from what it has, the keying's own type here
+// the rest.
 #include <emmintrin.h>
 
 #include <cstddef>
 #include <cstdint>
 
 #include "chroma_key_kernel.h"
+#include "shared/simd_lanes.h"
 
 namespace nimbo {
 namespace {
 
-struct V128 {
-  using T = __m128i;
-  static constexpr size_t kLanes = 4;
-
-  static T Load(const uint32_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); }
-  static void Store(uint32_t* p, T v) { _mm_storeu_si128(reinterpret_cast<__m128i*>(p), v); }
-  static T Set1(int32_t v) { return _mm_set1_epi32(v); }
-  static T And(T a, T b) { return _mm_and_si128(a, b); }
-  static T Or(T a, T b) { return _mm_or_si128(a, b); }
-  static T AndNot(T a, T b) { return _mm_andnot_si128(a, b); }
-  static T Xor(T a, T b) { return _mm_xor_si128(a, b); }
-  static T Add(T a, T b) { return _mm_add_epi32(a, b); }
-  static T Sub(T a, T b) { return _mm_sub_epi32(a, b); }
-  template <int N>
-  static T Srai(T a) { return _mm_srai_epi32(a, N); }
-  template <int N>
-  static T Srli(T a) { return _mm_srli_epi32(a, N); }
-  template <int N>
-  static T Slli(T a) { return _mm_slli_epi32(a, N); }
-  static T Madd(T a, T b) { return _mm_madd_epi16(a, b); }
-  static T CmpGt(T a, T b) { return _mm_cmpgt_epi32(a, b); }
-  static T MulLo(T a, T b) {
-    const T even = _mm_mul_epu32(a, b);
-    const T odd = _mm_mul_epu32(_mm_srli_epi64(a, 32), _mm_srli_epi64(b, 32));
-    return _mm_unpacklo_epi32(_mm_shuffle_epi32(even, _MM_SHUFFLE(0, 0, 2, 0)),
-                              _mm_shuffle_epi32(odd, _MM_SHUFFLE(0, 0, 2, 0)));
-  }
-  static T Abs(T a) {
-    const T s = _mm_srai_epi32(a, 31);
-    return _mm_sub_epi32(_mm_xor_si128(a, s), s);
-  }
+struct V128 : simd::Lanes128 {
   // min(a, b) unsigned, given b ^ sign - 1 as `b_biased_less_one`.
   static T MinU32(T a, T b, T sign, T b_biased_less_one) {
     const T over = _mm_cmpgt_epi32(_mm_xor_si128(a, sign), b_biased_less_one);
@@ -53,15 +25,6 @@ struct V128 {
     out[0] = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(back, 16), byte), high);
     out[1] = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(back, 8), byte), high);
     out[2] = _mm_or_si128(_mm_and_si128(back, byte), high);
-  }
-  static bool AnyLane(T mask) { return _mm_movemask_epi8(mask) != 0; }
-  static T Blend(T mask, T a, T b) { return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b)); }
-  // Lanes b, g, r, a -> pixels, each value saturated to 0..255 (the signed
-  // 16-bit pack keeps out-of-range values out of range for the unsigned one).
-  static T PackPixels(T b, T g, T r, T a) {
-    const T bytes = _mm_packus_epi16(_mm_packs_epi32(b, r), _mm_packs_epi32(g, a));  // B0-3 R0-3 G0-3 A0-3
-    const T bg_ra = _mm_unpacklo_epi8(bytes, _mm_srli_si128(bytes, 8));           // B0 G0 B1 G1 .. R0 A0 ..
-    return _mm_unpacklo_epi16(bg_ra, _mm_srli_si128(bg_ra, 8));
   }
   static T Gather(const int32_t* table, T index) {
     alignas(16) int32_t at[4];
@@ -106,12 +69,6 @@ void ChromaKeySse2(uint32_t* dst, const uint32_t* bg, size_t count, const Chroma
 }
 void ApplyKeyTableSse2(uint32_t* dst, const uint32_t* bg, size_t count, const uint32_t* table, uint32_t null_rgb) {
   ApplyKeyTableBody<V128>(dst, bg, count, table, null_rgb);
-}
-void ColorMatrixSse2(const uint32_t* src, uint32_t* dst, size_t count, const ColorMatrix& m) {
-  ColorMatrixBody<V128>(src, dst, count, m);
-}
-void XtractAlphaSse2(const uint32_t* src, uint32_t* dst, size_t count, bool invert) {
-  XtractAlphaBody<V128>(src, dst, count, invert);
 }
 
 }  // namespace nimbo

@@ -4,32 +4,6 @@
 
 namespace nimbo {
 
-int32_t TruncToInt32(double value) {
-  if (std::isnan(value)) return 0;
-  if (value >= 2147483647.0) return INT32_MAX;
-  if (value <= -2147483648.0) return INT32_MIN;
-  return int32_t(value);
-}
-
-int16_t TruncToInt16(double value) { return int16_t(uint16_t(uint32_t(TruncToInt32(value)))); }
-
-ColorMatrix ComputeColorMatrix(const HueSatBright& hsb) {
-  const double s = hsb.sat, b = hsb.bright;
-  const double sc = s * std::cos(double(hsb.hue)), ss = s * std::sin(double(hsb.hue));
-  auto q = [](double v) { return TruncToInt16(256.0 * v); };
-  ColorMatrix m;
-  m.m[0][0] = q(0.7008149 * sc - 0.235391 * ss + 0.299185 * b);
-  m.m[0][1] = q(-0.5867288 * sc - 0.4650321 * ss + 0.5867288 * b);
-  m.m[0][2] = q(-0.1140861 * sc + 0.7004231 * ss + 0.1140861 * b);
-  m.m[1][0] = q(-0.299185 * sc + 0.2922387 * ss + 0.299185 * b);
-  m.m[1][1] = q(0.4132712 * sc + 0.0926723 * ss + 0.5867288 * b);
-  m.m[1][2] = q(-0.1140861 * sc - 0.3849111 * ss + 0.1140861 * b);
-  m.m[2][0] = q(-0.299185 * sc - 0.885641 * ss + 0.299185 * b);
-  m.m[2][1] = q(-0.5867288 * sc + 0.7429223 * ss + 0.5867288 * b);
-  m.m[2][2] = q(0.8859138 * sc + 0.1427187 * ss + 0.1140861 * b);
-  return m;
-}
-
 Reconstruction ComputeReconstruction(int32_t kx, int32_t ky, const HueSatBright& hsb) {
   const double s = hsb.sat;
   const double cs = std::cos(double(hsb.hue)), sn = std::sin(double(hsb.hue));

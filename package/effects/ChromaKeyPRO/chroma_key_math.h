@@ -1,13 +1,12 @@
 // ChromaKeyPRO's own fixed-point maths, computed once per setting change:
-// the reconstruction coefficients of keyed pixels, the hue/saturation/
-// brightness colour matrix (shared with ColorTrafo), the alpha map and its
-// LUT, and the bundle of everything the per-pixel kernel reads.
+// the reconstruction coefficients of keyed pixels, the alpha map and its
+// LUT, and the bundle of everything the per-pixel kernel reads. The
+// foreground's colour matrix is shared with ColorTrafo (shared/colour_matrix.h).
 //
-// Fixed point: every coefficient has 8 fractional bits. A float becomes a
-// coefficient by truncation toward zero to a 32-bit integer, of which the low
-// 16 bits are kept (two's complement). Settings far outside the dialog's
-// ranges therefore wrap rather than saturate; that is the behaviour, and the
-// kernels agree on it because they all read the same 16-bit values.
+// Fixed point: every coefficient has 8 fractional bits and is made by
+// TruncToInt16 (shared/fixed_point.h): settings far outside the dialog's
+// ranges wrap rather than saturate; that is the behaviour, and the kernels
+// agree on it because they all read the same 16-bit values.
 #pragma once
 
 #include <array>
@@ -15,30 +14,10 @@
 #include <span>
 
 #include "shared/color_math.h"
+#include "shared/colour_matrix.h"
+#include "shared/fixed_point.h"
 
 namespace nimbo {
-
-// Float to integer, truncating toward zero. Out-of-range values saturate at
-// the int32 limits and NaN gives 0 (a plain cast would be undefined there).
-int32_t TruncToInt32(double value);
-// TruncToInt32, then the low 16 bits.
-int16_t TruncToInt16(double value);
-
-// Hue rotation (radians), saturation and brightness; the neutral transform is
-// hue 0, saturation 1, brightness 1.
-struct HueSatBright {
-  float hue = 0.0f;
-  float sat = 1.0f;
-  float bright = 1.0f;
-};
-
-// out_channel = (m[out][R]*R + m[out][G]*G + m[out][B]*B) >> 8, rows and
-// columns in the order R, G, B. The neutral transform truncates to 255 on the
-// R and B diagonal (the float sums fall just below 1), not 256.
-struct ColorMatrix {
-  int16_t m[3][3];
-};
-ColorMatrix ComputeColorMatrix(const HueSatBright& hsb);
 
 // How a keyed pixel's foreground remainder is rebuilt from its luma, its
 // chroma across the key direction (Z) and the cone's edge at that Z (t), per

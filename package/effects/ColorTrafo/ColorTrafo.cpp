@@ -15,8 +15,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "chroma_key_kernel.h"
-#include "chroma_key_math.h"
+#include "shared/colour_matrix.h"
 #include "orrery/services.h"
 #include "framework/dynvar_list.h"
 #include "core/effect_base.h"

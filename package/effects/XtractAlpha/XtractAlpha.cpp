@@ -6,7 +6,7 @@
 //
 // Settings: "invert" (int, 0 or 1, default 0): white where the picture is
 // opaque instead of where it is transparent.
-#include "chroma_key_kernel.h"
+#include "xtract_alpha_kernel.h"
 #include "orrery/services.h"
 #include "core/effect_base.h"
 #include "core/labels.h"

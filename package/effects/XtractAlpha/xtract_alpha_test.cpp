@@ -5,7 +5,7 @@
 #include <random>
 #include <vector>
 
-#include "chroma_key_kernel.h"
+#include "xtract_alpha_kernel.h"
 #include "test_host.h"
 
 namespace {
