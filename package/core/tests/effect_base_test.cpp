@@ -1,11 +1,12 @@
 // The behaviour every effect inherits: the configuration exchange around the
 // "!" marker, settings tables, and the setup dialog's OK protocol.
+#include "core/effect_base.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <thread>
 
-#include "core/effect_base.h"
 #include "core/settings_table.h"
 #include "test_host.h"
 
@@ -82,8 +83,8 @@ TEST(ConfigExchange, AFreshStoreGetsTheMarkerAndTheDefaultsInTableOrder) {
 
 TEST(ConfigExchange, AMissingKeyKeepsTheCurrentValue) {
   TestHost host;
-  ASSERT_TRUE(host.store.Load(
-      "<Settings><ConfigData><data name=\"gain\" type=\"float\">0.5</data></ConfigData></Settings>"));
+  ASSERT_TRUE(
+      host.store.Load("<Settings><ConfigData><data name=\"gain\" type=\"float\">0.5</data></ConfigData></Settings>"));
   DemoDfx fx;
   fx.SetHostContext(&host);
   fx.settings.count = 7;
@@ -163,12 +164,37 @@ struct ViewSettings {
 };
 
 constexpr nimbo::SettingRow<ViewSettings> kViewRows[] = {
-    {"mode", &ViewSettings::mode, 0, nullptr, 0, 2, "Mode", false,
+    {"mode",
+     &ViewSettings::mode,
+     0,
+     nullptr,
+     0,
+     2,
+     "Mode",
+     nullptr,
+     false,
      {nimbo::ShowAs::kChoice, "a|b|custom", "which one"}},
-    {"colour", &ViewSettings::colour, 0xFF0000, nullptr, 0, 0xFFFFFF, "Colour", false, {nimbo::ShowAs::kColor}},
-    {"angle", &ViewSettings::angle, 0.5, nullptr, -1, 1, "Angle", false, {.hint = "degrees", .scale = 90.0}},
-    {"secret", &ViewSettings::secret, 1, nullptr, 0, 1, "Secret", false, {nimbo::ShowAs::kHidden}},
-    {"width", &ViewSettings::width, 64, nullptr, 1, 4096, "Width", false,
+    {"colour",
+     &ViewSettings::colour,
+     0xFF0000,
+     nullptr,
+     0,
+     0xFFFFFF,
+     "Colour",
+     nullptr,
+     false,
+     {nimbo::ShowAs::kColor}},
+    {"angle", &ViewSettings::angle, 0.5, nullptr, -1, 1, "Angle", nullptr, false, {.hint = "degrees", .scale = 90.0}},
+    {"secret", &ViewSettings::secret, 1, nullptr, 0, 1, "Secret", nullptr, false, {nimbo::ShowAs::kHidden}},
+    {"width",
+     &ViewSettings::width,
+     64,
+     nullptr,
+     1,
+     4096,
+     "Width",
+     nullptr,
+     false,
      {.enabled_by = "mode", .enabled_value = 2}},
 };
 

@@ -8,13 +8,19 @@ namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "background"}, {-1, -1, "UNKNOWN"}, {-1, -1, "UNKNOWN"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 3, {-1, -1}, "output", "nimbo one\\3D Effect\\Blob 3D", kAuthor,
-                                      "Effect,3D,", 0x00239E34697957E2ull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      3,
+                                      {-1, -1},
+                                      "output",
+                                      "nimbo one\\3D Effect\\Blob 3D",
+                                      kAuthor,
+                                      "Effect,3D,",
+                                      0x00239E34697957E2ull,
+                                      orrery::kEffectVersion};
 
 class CBlob3DDfx final : public CEffectBase {
  public:
-  CBlob3DDfx()
-      : CEffectBase(kInfo, kLabelBlob3D, "helpfile/Effects/3D/Blob3D/Blob3D.htm", sizeof(CBlob3DDfx)) {}
+  CBlob3DDfx() : CEffectBase(kInfo, kLabelBlob3D, "helpfile/Effects/3D/Blob3D/Blob3D.htm", sizeof(CBlob3DDfx)) {}
 };
 
 }  // namespace

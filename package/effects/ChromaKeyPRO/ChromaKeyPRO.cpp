@@ -25,27 +25,36 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <numbers>
 #include <string>
 #include <vector>
 
 #include "chroma_key_kernel.h"
 #include "chroma_key_math.h"
-#include "orrery/services.h"
-#include "framework/dynvar_list.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
+#include "framework/dynvar_list.h"
+#include "orrery/services.h"
 
 namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "Chroma"}, {-1, -1, "Background"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 2, {-1, -1}, "", "nimbo one\\ChromaKeyPRO", kAuthor,
-                                      "Effect,Filter,Keying,", 0x01739FD3B7D85F4Dull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      2,
+                                      {-1, -1},
+                                      "",
+                                      "nimbo one\\ChromaKeyPRO",
+                                      kAuthor,
+                                      "Effect,Filter,Keying,",
+                                      0x01739FD3B7D85F4Dull,
+                                      orrery::kEffectVersion};
 
 constexpr const char* kOutmodeWarning = "Warning!\nPlugin may need a second input to operate correctly!";
-constexpr const char* kHintSaturation = "Hint: set the SATURATION of the key color to a lower value to kill some noise!";
+constexpr const char* kHintSaturation =
+    "Hint: set the SATURATION of the key color to a lower value to kill some noise!";
 constexpr const char* kHintXtractAlpha = "Hint: use the XtractAlpha plugin to get the alpha of the output";
 constexpr const char* kTableLabel = "Faster, needs more mem, slight quality loss";
 
@@ -65,23 +74,118 @@ struct ChromaKeySettings {
   int32_t alphamaplen;
 };
 
-// In the order the keys are written; the alpha-map points follow.
+constexpr double kPi = std::numbers::pi_v<float>;  // the single-precision pi the hue is stored against
+
+// In the order the keys are written; the alpha-map points follow (the dialog
+// edits them as text, with their count).
 constexpr SettingRow<ChromaKeySettings> kRows[] = {
-    {"mode", &ChromaKeySettings::mode, 1, nullptr, 0, 1, "1 = fixed key colour, otherwise picked at the pick point"},
-    {"chroma_rgb", &ChromaKeySettings::chroma_rgb, 0x0000FF, nullptr, 0, 0xFFFFFF, "key colour 0xRRGGBB"},
-    {"pick_x", &ChromaKeySettings::pick_x, 0.5, nullptr, 0, 1, "pick point x, fraction of the width"},
-    {"pick_y", &ChromaKeySettings::pick_y, 0.5, nullptr, 0, 1, "pick point y, fraction of the height"},
-    {"outmode", &ChromaKeySettings::outmode, 0, nullptr, 0, 1, "0 = second input behind, 1 = null colour"},
-    {"nullcolor", &ChromaKeySettings::nullcolor, 0, nullptr, 0, 0xFFFFFF, "null colour 0xRRGGBB"},
+    {"mode",
+     &ChromaKeySettings::mode,
+     1,
+     nullptr,
+     0,
+     1,
+     "Key colour from",
+     "1 = fixed key colour, otherwise picked at the pick point",
+     false,
+     {ShowAs::kChoice, "pick point|fixed colour"}},
+    {"chroma_rgb",
+     &ChromaKeySettings::chroma_rgb,
+     0x0000FF,
+     nullptr,
+     0,
+     0xFFFFFF,
+     "Key colour",
+     "key colour 0xRRGGBB",
+     false,
+     {ShowAs::kColor}},
+    {"pick_x",
+     &ChromaKeySettings::pick_x,
+     0.5,
+     nullptr,
+     0,
+     1,
+     "Pick point x",
+     "pick point x, fraction of the width",
+     false,
+     {.hint = "fraction of the width"}},
+    {"pick_y",
+     &ChromaKeySettings::pick_y,
+     0.5,
+     nullptr,
+     0,
+     1,
+     "Pick point y",
+     "pick point y, fraction of the height",
+     false,
+     {.hint = "fraction of the height"}},
+    {"outmode",
+     &ChromaKeySettings::outmode,
+     0,
+     nullptr,
+     0,
+     1,
+     "Background",
+     "0 = second input behind, 1 = null colour",
+     false,
+     {ShowAs::kChoice, "second input|null colour"}},
+    {"nullcolor",
+     &ChromaKeySettings::nullcolor,
+     0,
+     nullptr,
+     0,
+     0xFFFFFF,
+     "Null colour",
+     "null colour 0xRRGGBB",
+     false,
+     {ShowAs::kColor}},
     {"use_table", &ChromaKeySettings::use_table, 1, nullptr, 0, 1, kTableLabel},
-    {"use_dynvars", &ChromaKeySettings::use_dynvars, 0, nullptr, 0, 1, "key from the dynamic variables"},
-    {"angle", &ChromaKeySettings::angle, 50.0, nullptr, 0, 90, "acceptance angle, degrees"},
-    {"noise_level", &ChromaKeySettings::noise_level, 0.0, nullptr, 0, 255, "noise radius around the key"},
-    {"colortrafo_used", &ChromaKeySettings::colortrafo_used, 0, nullptr, 0, 1, "recolour the foreground"},
-    {"colortrafo_hue", &ChromaKeySettings::colortrafo_hue, 0.0, nullptr, -3.1415927, 3.1415927, "hue, radians"},
-    {"colortrafo_sat", &ChromaKeySettings::colortrafo_sat, 1.0, nullptr, 0, 4, "saturation factor"},
-    {"colortrafo_bright", &ChromaKeySettings::colortrafo_bright, 1.0, nullptr, 0, 4, "brightness factor"},
-    {"alphamaplen", &ChromaKeySettings::alphamaplen, 2, nullptr, 0, kMaxAlphaMapPoints, "alpha map points"},
+    {"use_dynvars",
+     &ChromaKeySettings::use_dynvars,
+     0,
+     nullptr,
+     0,
+     1,
+     "Use dynamic variables",
+     "key from the dynamic variables",
+     false,
+     {.hint = "Keycolor, Transparency, Tolerance"}},
+    {"angle",
+     &ChromaKeySettings::angle,
+     50.0,
+     nullptr,
+     0,
+     90,
+     "Acceptance angle",
+     "acceptance angle, degrees",
+     false,
+     {.hint = "degrees"}},
+    {"noise_level", &ChromaKeySettings::noise_level, 0.0, nullptr, 0, 255, "Noise level",
+     "noise radius around the key"},
+    {"colortrafo_used", &ChromaKeySettings::colortrafo_used, 0, nullptr, 0, 1, "Colour transform",
+     "recolour the foreground"},
+    {"colortrafo_hue",
+     &ChromaKeySettings::colortrafo_hue,
+     0.0,
+     nullptr,
+     -kPi,
+     kPi,
+     "Hue",
+     "hue, radians",
+     false,
+     {.hint = "degrees", .scale = 180.0 / std::numbers::pi}},
+    {"colortrafo_sat", &ChromaKeySettings::colortrafo_sat, 1.0, nullptr, 0, 4, "Saturation", "saturation factor"},
+    {"colortrafo_bright", &ChromaKeySettings::colortrafo_bright, 1.0, nullptr, 0, 4, "Brightness", "brightness factor"},
+    {"alphamaplen",
+     &ChromaKeySettings::alphamaplen,
+     2,
+     nullptr,
+     0,
+     kMaxAlphaMapPoints,
+     "alpha map points",
+     nullptr,
+     false,
+     {ShowAs::kHidden}},
 };
 
 using AlphaMap = std::array<AlphaPoint, kMaxAlphaMapPoints>;
@@ -147,7 +251,8 @@ bool ParseAlphaMapText(const std::string& text, AlphaMap& map, int32_t& len, std
 class CChromaKeyPRODfx final : public CEffectBase {
  public:
   CChromaKeyPRODfx()
-      : CEffectBase(kInfo, kLabelChromaKeyPRO, "helpfile/Effects/Keying/ChromaKeyPRO/ChromaKeyPRO.htm", sizeof(CChromaKeyPRODfx)) {
+      : CEffectBase(kInfo, kLabelChromaKeyPRO, "helpfile/Effects/Keying/ChromaKeyPRO/ChromaKeyPRO.htm",
+                    sizeof(CChromaKeyPRODfx)) {
     ApplyDefaults<ChromaKeySettings>(kRows, settings_);
     alpha_map_ = DefaultAlphaMap();
     last_key_ = uint32_t(settings_.chroma_rgb);
@@ -286,45 +391,24 @@ class CChromaKeyPRODfx final : public CEffectBase {
     {
       std::lock_guard lock(lock_);
       v.settings = settings_;
-      v.hue_degrees = settings_.colortrafo_hue * 180.0f / 3.1415927f;
-      v.mode = settings_.mode == 1 ? 1 : 0;
-      v.second_input = settings_.outmode == 0 ? 1 : 0;
+      v.settings.mode = settings_.mode == 1 ? 1 : 0;  // any other stored mode picks
       v.alpha_map = AlphaMapText(alpha_map_, settings_.alphamaplen);
       const KeyParams key = ComputeKeyParams(uint32_t(settings_.chroma_rgb) & 0xFFFFFF, settings_.angle);
       std::snprintf(v.saturation, sizeof v.saturation, "Key colour saturation: %i%%", int(key.mag * 100.0f / 120.0f));
     }
     ChromaKeySettings& s = v.settings;
     using F = orrery::DialogFieldType;
-    const orrery::DialogField fields[] = {
-        {"Key colour from", F::kChoice, &v.mode, 0, 1, "pick point|fixed colour", nullptr},
-        {"Pick point x", F::kFloat, &s.pick_x, 0, 1, nullptr, "fraction of the width"},
-        {"Pick point y", F::kFloat, &s.pick_y, 0, 1, nullptr, "fraction of the height"},
-        {"Key colour", F::kColor, &s.chroma_rgb, 0, 0xFFFFFF, nullptr, nullptr},
+    const orrery::DialogField after[] = {
         {v.saturation, F::kLabel, nullptr, 0, 0, nullptr, nullptr},
-        {"Acceptance angle", F::kFloat, &s.angle, 0, 90, nullptr, "degrees"},
-        {"Noise level", F::kFloat, &s.noise_level, 0, 255, nullptr, nullptr},
-        {"Use second input as background", F::kBool, &v.second_input, 0, 1, nullptr, nullptr},
-        {"Null colour", F::kColor, &s.nullcolor, 0, 0xFFFFFF, nullptr, nullptr},
-        {kTableLabel, F::kBool, &s.use_table, 0, 1, nullptr, nullptr},
-        {"Use dynamic variables", F::kBool, &s.use_dynvars, 0, 1, nullptr, "Keycolor, Transparency, Tolerance"},
-        {"Colour transform", F::kBool, &s.colortrafo_used, 0, 1, nullptr, nullptr},
-        {"Hue", F::kFloat, &v.hue_degrees, -180, 180, nullptr, "degrees"},
-        {"Saturation", F::kFloat, &s.colortrafo_sat, 0, 4, nullptr, nullptr},
-        {"Brightness", F::kFloat, &s.colortrafo_bright, 0, 4, nullptr, nullptr},
         {"Alpha map", F::kText, &v.alpha_map, 0, 0, nullptr, "x,y points from 0 to 1, x ascending"},
         {kHintSaturation, F::kLabel, nullptr, 0, 0, nullptr, nullptr},
         {kHintXtractAlpha, F::kLabel, nullptr, 0, 0, nullptr, nullptr},
     };
-    const orrery::DialogModel model{"ChromaKeyPRO", fields, int32_t(std::size(fields)), HelpPage(),
-                                    platform::MainWindow()};
-    orrery::DialogService* dialogs = orrery::GetDialogService();
-    const bool ok = dialogs && dialogs->RunModal(model);
+    SettingsDialog<ChromaKeySettings> dialog(kRows, s, {}, after);
+    const bool ok = dialog.Run("ChromaKeyPRO", HelpPage());
     std::string map_error;
     if (ok) {
       std::lock_guard lock(lock_);
-      s.mode = v.mode;
-      s.outmode = v.second_input ? 0 : 1;
-      s.colortrafo_hue = v.hue_degrees * 3.1415927f / 180.0f;
       s.chroma_rgb &= 0xFFFFFF;
       s.nullcolor &= 0xFFFFFF;
       if (!ParseAlphaMapText(v.alpha_map, alpha_map_, s.alphamaplen, map_error)) s.alphamaplen = settings_.alphamaplen;
@@ -341,9 +425,6 @@ class CChromaKeyPRODfx final : public CEffectBase {
  private:
   struct DialogValues {
     ChromaKeySettings settings;
-    int32_t mode = 1;
-    int32_t second_input = 1;
-    float hue_degrees = 0.0f;
     std::string alpha_map;
     char saturation[64] = "";
   };
@@ -365,12 +446,12 @@ class CChromaKeyPRODfx final : public CEffectBase {
     const float old_angle = settings_.angle;
     if (tolerance_) settings_.angle = *tolerance_ * 90.0f;
     if (keycolor_ && transparency_) {
-      const float u = std::cos(*keycolor_ * 3.1415927f) * (1.0f - *transparency_);
-      const float v = std::sin(*keycolor_ * 3.1415927f) * (1.0f - *transparency_);
+      const float u = std::cos(*keycolor_ * std::numbers::pi_v<float>) * (1.0f - *transparency_);
+      const float v = std::sin(*keycolor_ * std::numbers::pi_v<float>) * (1.0f - *transparency_);
       const float y = 0.5f;
       auto channel = [](float value) { return uint32_t(std::clamp(TruncToInt32(value * 255.0f), 0, 255)); };
-      key = channel(1.0f * y + 0.0005f * u + 1.5749f * v) << 16 | channel(0.9998f * y - 0.1875f * u - 0.4682f * v) << 8 |
-            channel(1.0019f * y + 1.8554f * u + 0.0008f * v);
+      key = channel(1.0f * y + 0.0005f * u + 1.5749f * v) << 16 |
+            channel(0.9998f * y - 0.1875f * u - 0.4682f * v) << 8 | channel(1.0019f * y + 1.8554f * u + 0.0008f * v);
     }
     // The dynamic variables deliberately overwrite the configured key.
     settings_.chroma_rgb = int32_t(key);

@@ -460,7 +460,7 @@ TEST(ChromaKeyPRO, DialogBypassesTheTableAndFollowsTheOkAndCancelRules) {
   };
   // Cancel: edits are dropped.
   dialog.answer = 0;
-  dialog.ints = {{"Use second input as background", 0}, {"Key colour", 0x00FF00}};
+  dialog.ints = {{"Background", 1}, {"Key colour", 0x00FF00}};
   EXPECT_EQ(rig.effect->SetupDialog(), 0);
   EXPECT_EQ(during, 0xFF070503u);
   EXPECT_EQ(memory_during, with_table + 16 * 8 * 4);

@@ -35,18 +35,25 @@
 #include <cmath>
 
 #include "color_reducer_kernel.h"
-#include "framework/dynvar_list.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
+#include "framework/dynvar_list.h"
 
 namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "", "nimbo one\\ColorReducer", kAuthor,
-                                      "Effect,Filter,Colour,", 0x0168F81A1A7F521Eull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "",
+                                      "nimbo one\\ColorReducer",
+                                      kAuthor,
+                                      "Effect,Filter,Colour,",
+                                      0x0168F81A1A7F521Eull,
+                                      orrery::kEffectVersion};
 
 // ---- settings -----------------------------------------------------------------------
 
@@ -69,7 +76,8 @@ int32_t WholeBits(float v) {
 class CColorReducerDfx final : public CEffectBase {
  public:
   CColorReducerDfx()
-      : CEffectBase(kInfo, kLabelColorReducer, "helpfile/Effects/Filter/ColorReducer/ColorReducer.htm", sizeof(CColorReducerDfx)) {
+      : CEffectBase(kInfo, kLabelColorReducer, "helpfile/Effects/Filter/ColorReducer/ColorReducer.htm",
+                    sizeof(CColorReducerDfx)) {
     ApplyDefaults<ColorReducerSettings>(kRows, settings_);
     Declare();
   }
@@ -98,12 +106,8 @@ class CColorReducerDfx final : public CEffectBase {
   }
 
  protected:
-  void ReadSettings(orrery::ConfigStore& store) override {
-    ReadRows<ColorReducerSettings>(store, kRows, settings_);
-  }
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteRows<ColorReducerSettings>(store, kRows, settings_);
-  }
+  void ReadSettings(orrery::ConfigStore& store) override { ReadRows<ColorReducerSettings>(store, kRows, settings_); }
+  void WriteSettings(orrery::ConfigStore& store) override { WriteRows<ColorReducerSettings>(store, kRows, settings_); }
   void DeclareHostControls() override {
     Declare();
     if (host_context_) host_context_->PublishDynVars(dynvars_.Head());

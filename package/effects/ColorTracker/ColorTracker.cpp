@@ -24,19 +24,26 @@
 #include <vector>
 
 #include "color_tracker_search.h"
-#include "shared/smoothing_filter.h"
-#include "orrery/services.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
+#include "orrery/services.h"
+#include "shared/smoothing_filter.h"
 
 namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "", "nimbo one\\ColorTracker", kAuthor,
-                                      "Effect,Filter,Colour,", 0x002540EBCB8A6441ull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "",
+                                      "nimbo one\\ColorTracker",
+                                      kAuthor,
+                                      "Effect,Filter,Colour,",
+                                      0x002540EBCB8A6441ull,
+                                      orrery::kEffectVersion};
 
 // ---- settings ----------------------------------------------------------------
 struct TrackerSettings {
@@ -55,16 +62,43 @@ constexpr const char* kRescanHint = "Decrease to tolerate bad matching. Increase
 
 // In the order the effect writes and reads them.
 constexpr SettingRow<TrackerSettings> kRows[] = {
-    {"object_color", &TrackerSettings::object_color, 0x0000FF, nullptr, 0, 0xFFFFFF, "colour of the tracked object"},
-    {"tolerance", &TrackerSettings::tolerance, 30.0, nullptr, kMinTolerance, kMaxTolerance,
+    {"object_color",
+     &TrackerSettings::object_color,
+     0x0000FF,
+     nullptr,
+     0,
+     0xFFFFFF,
+     "Object colour",
+     "colour of the tracked object",
+     false,
+     {ShowAs::kColor}},
+    {"tolerance", &TrackerSettings::tolerance, 30.0, nullptr, kMinTolerance, kMaxTolerance, "Tolerance",
      "cone half-angle in degrees"},
-    {"smooth", &TrackerSettings::smooth, 1, nullptr, 0, 100, "strength of the output smoothing filters"},
-    {"pick_x", &TrackerSettings::pick_x, 0.0, nullptr, 0, 1, "point where the colour was picked (x)"},
-    {"pick_y", &TrackerSettings::pick_y, 0.0, nullptr, 0, 1, "point where the colour was picked (y)"},
-    {"debuginfo", &TrackerSettings::debuginfo, 0, nullptr, 0, 1, "draw the debug overlay"},
-    {"rescanlimit", &TrackerSettings::rescanlimit, 20, nullptr, 0, 100,
-     "minimum match score in percent before a full re-scan"},
-    {"attach_mouse", &TrackerSettings::attach_mouse, 0, nullptr, 0, 1, "move the mouse cursor to the tracked point"},
+    {"smooth",
+     &TrackerSettings::smooth,
+     1,
+     nullptr,
+     0,
+     100,
+     "Smooth",
+     "strength of the output smoothing filters",
+     false,
+     {.hint = kSmoothHint}},
+    {"pick_x", &TrackerSettings::pick_x, 0.0, nullptr, 0, 1, "Pick x", "point where the colour was picked (x)"},
+    {"pick_y", &TrackerSettings::pick_y, 0.0, nullptr, 0, 1, "Pick y", "point where the colour was picked (y)"},
+    {"debuginfo", &TrackerSettings::debuginfo, 0, nullptr, 0, 1, "Debug info", "draw the debug overlay"},
+    {"rescanlimit",
+     &TrackerSettings::rescanlimit,
+     20,
+     nullptr,
+     0,
+     100,
+     "Rescan limit",
+     "minimum match score in percent before a full re-scan",
+     false,
+     {.hint = kRescanHint}},
+    {"attach_mouse", &TrackerSettings::attach_mouse, 0, nullptr, 0, 1, "Attach mouse",
+     "move the mouse cursor to the tracked point"},
 };
 
 std::atomic<int32_t> g_instances{0};
@@ -79,7 +113,8 @@ double TurnDistance(double a, double b) {
 class CColorTrackerDfx final : public CEffectBase {
  public:
   CColorTrackerDfx()
-      : CEffectBase(kInfo, kLabelColorTracker, "helpfile/Effects/Misc/ColorTracker/ColorTracker.htm", sizeof(CColorTrackerDfx)),
+      : CEffectBase(kInfo, kLabelColorTracker, "helpfile/Effects/Misc/ColorTracker/ColorTracker.htm",
+                    sizeof(CColorTrackerDfx)),
         instance_(++g_instances) {
     ApplyDefaults<TrackerSettings>(kRows, settings_);
     ResetFilters();
@@ -166,20 +201,12 @@ class CColorTrackerDfx final : public CEffectBase {
         snapshot_.clear();
       }
     }
-    const orrery::DialogField fields[] = {
-        {"Object colour", orrery::DialogFieldType::kColor, &edit.object_color, 0, 0xFFFFFF, nullptr, nullptr},
-        {"Pick x", orrery::DialogFieldType::kFloat, &edit.pick_x, 0, 1, nullptr, nullptr},
-        {"Pick y", orrery::DialogFieldType::kFloat, &edit.pick_y, 0, 1, nullptr, nullptr},
-        {"Re-track whole screen to find object", orrery::DialogFieldType::kButton, &retrack, 0, 1, nullptr, nullptr},
-        {"Tolerance", orrery::DialogFieldType::kFloat, &edit.tolerance, kMinTolerance, kMaxTolerance, nullptr,
-         nullptr},
-        {"Smooth", orrery::DialogFieldType::kInt, &edit.smooth, 0, 100, nullptr, kSmoothHint},
-        {"Rescan limit", orrery::DialogFieldType::kInt, &edit.rescanlimit, 0, 100, nullptr, kRescanHint},
-        {"Debug info", orrery::DialogFieldType::kBool, &edit.debuginfo, 0, 1, nullptr, nullptr},
-        {"Attach mouse", orrery::DialogFieldType::kBool, &edit.attach_mouse, 0, 1, nullptr, nullptr},
-    };
-    orrery::DialogModel model{"ColorTracker", fields, int32_t(std::size(fields)), HelpPage(), platform::MainWindow()};
-    const int32_t ok = orrery::GetDialogService()->RunModal(model);
+    // The stored settings as the table shows them, then the one button that
+    // is no setting.
+    const orrery::DialogField retrack_button[] = {
+        {"Re-track whole screen to find object", orrery::DialogFieldType::kButton, &retrack, 0, 1, nullptr, nullptr}};
+    SettingsDialog<TrackerSettings> dialog(kRows, edit, {}, retrack_button);
+    const int32_t ok = dialog.Run("ColorTracker", HelpPage()) ? 1 : 0;
 
     std::lock_guard lock(lock_);
     if (ok) {

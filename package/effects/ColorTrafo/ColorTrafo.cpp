@@ -14,30 +14,38 @@
 // and "Brightness" start at the settings and let the host automate them.
 #include <algorithm>
 #include <cstring>
+#include <numbers>
 
-#include "shared/colour_matrix.h"
-#include "orrery/services.h"
-#include "framework/dynvar_list.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
+#include "framework/dynvar_list.h"
+#include "orrery/services.h"
+#include "shared/colour_matrix.h"
 
 namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "", "nimbo one\\ColorTrafo", kAuthor,
-                                      "Effect,Filter,Colour,", 0x00253F553F10113Cull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "",
+                                      "nimbo one\\ColorTrafo",
+                                      kAuthor,
+                                      "Effect,Filter,Colour,",
+                                      0x00253F553F10113Cull,
+                                      orrery::kEffectVersion};
 
 constexpr float kMaxHue = 180.0f;
 constexpr float kMaxFactor = 4.0f;
 
 // ---- settings ----
 struct ColorTrafoSettings {
-  float hue = 0.0f;
-  float sat = 1.0f;
-  float bright = 1.0f;
+  float hue;
+  float sat;
+  float bright;
 };
 
 constexpr SettingRow<ColorTrafoSettings> kRows[] = {
@@ -56,24 +64,24 @@ ColorTrafoSettings Sanitised(float hue, float sat, float bright) {
 class CColorTrafoDfx final : public CEffectBase {
  public:
   CColorTrafoDfx()
-      : CEffectBase(kInfo, kLabelColorTrafo, "helpfile/Effects/Filter/ColorTrafo/ColorTrafo.htm", sizeof(CColorTrafoDfx)) {
+      : CEffectBase(kInfo, kLabelColorTrafo, "helpfile/Effects/Filter/ColorTrafo/ColorTrafo.htm",
+                    sizeof(CColorTrafoDfx)) {
     ApplyDefaults<ColorTrafoSettings>(kRows, settings_);
   }
 
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
     if (!OutputSizeKnown()) return 0;
-    const orrery::Screen* in = inputs.Get(0);
-    if (!in || !in->pixels || !output || !output->pixels) return 0;
-    if (in->width != output->width || in->height != output->height) return 0;
-    const ColorTrafoSettings now = Sanitised(hue_ ? *hue_ : settings_.hue, sat_ ? *sat_ : settings_.sat,
-                                             bright_ ? *bright_ : settings_.bright);
+    const orrery::Screen* in = InputMatchingOutput(inputs, output);
+    if (!in) return 0;
+    const ColorTrafoSettings now =
+        Sanitised(hue_ ? *hue_ : settings_.hue, sat_ ? *sat_ : settings_.sat, bright_ ? *bright_ : settings_.bright);
     if (now.hue == 0.0f && now.sat == 1.0f && now.bright == 1.0f) {
       if (output->pixels != in->pixels) std::memcpy(output->pixels, in->pixels, output->PixelCount() * 4);
       return 1;
     }
     if (!matrix_valid_ || now.hue != used_.hue || now.sat != used_.sat || now.bright != used_.bright) {
-      matrix_ = ComputeColorMatrix({now.hue * 3.1415927f / 180.0f, now.sat, now.bright});
+      matrix_ = ComputeColorMatrix({now.hue * std::numbers::pi_v<float> / 180.0f, now.sat, now.bright});
       used_ = now;
       matrix_valid_ = true;
     }
@@ -103,14 +111,14 @@ class CColorTrafoDfx final : public CEffectBase {
   }
 
  private:
-  ColorTrafoSettings settings_;
+  ColorTrafoSettings settings_{};
   DynVarList dynvars_;
   float* hue_ = nullptr;
   float* sat_ = nullptr;
   float* bright_ = nullptr;
   // The matrix of the values last used.
   ColorMatrix matrix_{};
-  ColorTrafoSettings used_;
+  ColorTrafoSettings used_{};
   bool matrix_valid_ = false;
 };
 

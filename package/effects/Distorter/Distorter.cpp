@@ -33,13 +33,13 @@
 #include <string>
 #include <vector>
 
-#include "distorter_editing.h"
-#include "distorter_map.h"
-#include "distorter_sample.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
+#include "distorter_editing.h"
+#include "distorter_map.h"
+#include "distorter_sample.h"
 
 namespace nimbo {
 namespace {

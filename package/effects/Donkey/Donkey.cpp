@@ -8,13 +8,19 @@ namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "Background"}, {-1, -1, "UNKNOWN"}, {-1, -1, "UNKNOWN"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 3, {-1, -1}, "output", "nimbo one\\3D Effect\\Donkey", kAuthor,
-                                      "Effect,3D,", 0x0024E38DBAA4EAA7ull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      3,
+                                      {-1, -1},
+                                      "output",
+                                      "nimbo one\\3D Effect\\Donkey",
+                                      kAuthor,
+                                      "Effect,3D,",
+                                      0x0024E38DBAA4EAA7ull,
+                                      orrery::kEffectVersion};
 
 class CDonkeyDfx final : public CEffectBase {
  public:
-  CDonkeyDfx()
-      : CEffectBase(kInfo, kLabelDonkey, "helpfile/Effects/3D/Donkey/Donkey.htm", sizeof(CDonkeyDfx)) {}
+  CDonkeyDfx() : CEffectBase(kInfo, kLabelDonkey, "helpfile/Effects/3D/Donkey/Donkey.htm", sizeof(CDonkeyDfx)) {}
 };
 
 }  // namespace

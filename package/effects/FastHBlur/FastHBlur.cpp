@@ -10,25 +10,32 @@
 #include <algorithm>
 #include <vector>
 
-#include "fast_hblur_kernel.h"
-#include "orrery/services.h"
-#include "framework/dynvar_list.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
+#include "fast_hblur_kernel.h"
+#include "framework/dynvar_list.h"
+#include "orrery/services.h"
 
 namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "", "nimbo one\\Fast h-Blur", kAuthor,
-                                      "Effect,Filter,Blur,", 0x0169ADE061BAF12Dull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "",
+                                      "nimbo one\\Fast h-Blur",
+                                      kAuthor,
+                                      "Effect,Filter,Blur,",
+                                      0x0169ADE061BAF12Dull,
+                                      orrery::kEffectVersion};
 
 // ---- settings ----
 struct HBlurSettings {
-  int32_t radius = 4;
-  int32_t passes = 1;
+  int32_t radius;
+  int32_t passes;
 };
 
 constexpr int32_t kMaxPasses = 3;
@@ -48,9 +55,8 @@ class CFastHBlurDfx final : public CEffectBase {
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
     if (!OutputSizeKnown()) return 0;
-    const orrery::Screen* in = inputs.Get(0);
-    if (!in || !in->pixels || !output || !output->pixels) return 0;
-    if (in->width != output->width || in->height != output->height || in->PixelCount() == 0) return 0;
+    const orrery::Screen* in = InputMatchingOutput(inputs, output);
+    if (!in) return 0;
     const size_t width = size_t(in->width);
     // The buffers follow the frame width; they are the only allocation.
     const size_t scratch_size = BoxBlurScratchSize(width, kBoxBlurMaxRadius);
@@ -117,9 +123,9 @@ class CFastHBlurDfx final : public CEffectBase {
     if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
   }
 
-  HBlurSettings settings_;
+  HBlurSettings settings_{};
   DynVarList dynvars_;
-  float* radius_var_ = nullptr;  // the variable's current value, owned by the list
+  float* radius_var_ = nullptr;        // the variable's current value, owned by the list
   std::vector<uint32_t> scratch_[2];   // edge buffers of two rows
   std::vector<uint32_t> row_copy_[2];  // two output rows, read by later passes
 };

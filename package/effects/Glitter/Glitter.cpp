@@ -18,20 +18,27 @@
 #include <new>
 #include <vector>
 
-#include "glitter_kernel.h"
-#include "framework/dynvar_list.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/platform.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
+#include "framework/dynvar_list.h"
+#include "glitter_kernel.h"
 
 namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "output", "nimbo one\\Glitter", kAuthor,
-                                      "Effect,Filter,", 0x016425FDE5C6C140ull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "output",
+                                      "nimbo one\\Glitter",
+                                      kAuthor,
+                                      "Effect,Filter,",
+                                      0x016425FDE5C6C140ull,
+                                      orrery::kEffectVersion};
 
 // ---- settings -----------------------------------------------------------------------
 
@@ -61,7 +68,8 @@ int32_t Whole(float v, int32_t lo, int32_t hi) {
 
 class CGlitterDfx final : public CEffectBase {
  public:
-  CGlitterDfx() : CEffectBase(kInfo, kLabelGlitter, "helpfile/Effects/Filter/Glitter/Glitter.htm", sizeof(CGlitterDfx)) {
+  CGlitterDfx()
+      : CEffectBase(kInfo, kLabelGlitter, "helpfile/Effects/Filter/Glitter/Glitter.htm", sizeof(CGlitterDfx)) {
     ApplyDefaults<GlitterSettings>(kRows, settings_);
     Declare();
   }
@@ -71,9 +79,7 @@ class CGlitterDfx final : public CEffectBase {
     ReadRows<GlitterSettings>(store, kRows, settings_);
     cells_w_ = 0;  // lay the cells out again with the new spacing and density
   }
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteRows<GlitterSettings>(store, kRows, settings_);
-  }
+  void WriteSettings(orrery::ConfigStore& store) override { WriteRows<GlitterSettings>(store, kRows, settings_); }
   void DeclareHostControls() override {
     Declare();
     if (host_context_) host_context_->PublishDynVars(dynvars_.Head());

@@ -8,13 +8,21 @@ namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "background"}, {-1, -1, "UNKNOWN"}, {-1, -1, "UNKNOWN"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 3, {-1, -1}, "output", "nimbo one\\3D Effect\\ImplicitBeast", kAuthor,
-                                      "Effect,3D,", 0x016C7EF26E114765ull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      3,
+                                      {-1, -1},
+                                      "output",
+                                      "nimbo one\\3D Effect\\ImplicitBeast",
+                                      kAuthor,
+                                      "Effect,3D,",
+                                      0x016C7EF26E114765ull,
+                                      orrery::kEffectVersion};
 
 class CImplicitBeastDfx final : public CEffectBase {
  public:
   CImplicitBeastDfx()
-      : CEffectBase(kInfo, kLabelImplicitBeast, "helpfile/Effects/3D/ImplicitBeast/ImplicitBeast.htm", sizeof(CImplicitBeastDfx)) {}
+      : CEffectBase(kInfo, kLabelImplicitBeast, "helpfile/Effects/3D/ImplicitBeast/ImplicitBeast.htm",
+                    sizeof(CImplicitBeastDfx)) {}
 };
 
 }  // namespace

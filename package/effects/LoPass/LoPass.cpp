@@ -12,27 +12,34 @@
 // the first frame, a change of resolution, a configuration load, a dialog OK.
 #include <algorithm>
 
-#include "lopass_kernel.h"
-#include "orrery/services.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
+#include "lopass_kernel.h"
+#include "orrery/services.h"
 
 namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "", "nimbo one\\LoPass", kAuthor,
-                                      "Effect,Filter,", 0x0169E4AAD24247DCull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "",
+                                      "nimbo one\\LoPass",
+                                      kAuthor,
+                                      "Effect,Filter,",
+                                      0x0169E4AAD24247DCull,
+                                      orrery::kEffectVersion};
 
 // The host's parameters of both sliders.
 constexpr SliderParams kSliderParams{500.0f, 10000.0f, 428.6f, 88};
 
 // ---- settings ----
 struct LoPassSettings {
-  float frequency = 0.1f;
-  float resonance = 0.5f;
+  float frequency;
+  float resonance;
 };
 
 constexpr SettingRow<LoPassSettings> kRows[] = {
@@ -55,9 +62,8 @@ class CLoPassDfx final : public CEffectBase {
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
     if (!OutputSizeKnown()) return 0;
-    const orrery::Screen* in = inputs.Get(0);
-    if (!host_context_ || !in || !in->pixels || !output || !output->pixels) return 0;
-    if (in->width != output->width || in->height != output->height || in->PixelCount() == 0) return 0;
+    const orrery::Screen* in = InputMatchingOutput(inputs, output);
+    if (!in || !host_context_) return 0;
     const size_t count = in->PixelCount();
     auto* state = static_cast<float*>(host_context_->GetMemory(kStateSlot, count * kLoPassStateFloats * sizeof(float)));
     if (!state) return 0;
@@ -114,7 +120,7 @@ class CLoPassDfx final : public CEffectBase {
   // The next frame seeds the filter from its input.
   void Restart() { seeded_count_ = 0; }
 
-  LoPassSettings settings_;
+  LoPassSettings settings_{};
   LoPassParams params_{};
   float frequency_ = 0.1f;  // written by the host's sliders
   float resonance_ = 0.5f;

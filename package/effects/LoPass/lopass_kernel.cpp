@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 
 #include "core/cpu.h"
 
@@ -16,7 +17,7 @@ LoPassParams MakeLoPassParams(float frequency, float q) {
   if (!(q >= kLoPassMinResonance)) q = kLoPassMinResonance;
   frequency = std::min(frequency, kLoPassMaxFrequency);
   q = std::min(q, kLoPassMaxResonance);
-  const double g = std::tan(3.14159265358979323846 * frequency);
+  const double g = std::tan(std::numbers::pi * frequency);
   const double k = 1.0 / q;
   const double a1 = 1.0 / (1.0 + g * (g + k));
   return {float(a1), float(g * a1), float(g * g * a1)};

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <cstring>
 #include <random>
 #include <string>
@@ -62,7 +63,7 @@ TEST(LoPassKernel, SimdMatchesScalarFrameAfterFrame) {
 // 1 / (s^2 + s / Q + 1) with the cut-off prewarped.
 struct Biquad {
   Biquad(double fc, double q, double start) {
-    const double k = std::tan(M_PI * fc), norm = 1.0 / (1.0 + k / q + k * k);
+    const double k = std::tan(std::numbers::pi * fc), norm = 1.0 / (1.0 + k / q + k * k);
     b0 = k * k * norm;
     a1 = 2.0 * (k * k - 1.0) * norm;
     a2 = (1.0 - k / q + k * k) * norm;

@@ -9,18 +9,25 @@
 // the store, and each exchange declares the thirteen variables afresh.
 #include <algorithm>
 
-#include "lowq_ops.h"
-#include "framework/dynvar_list.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
+#include "framework/dynvar_list.h"
+#include "lowq_ops.h"
 
 namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "", "nimbo one\\LowQ", kAuthor,
-                                      "Effect,Filter,", 0x002524C785F2E5E5ull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "",
+                                      "nimbo one\\LowQ",
+                                      kAuthor,
+                                      "Effect,Filter,",
+                                      0x002524C785F2E5E5ull,
+                                      orrery::kEffectVersion};
 
 // ---- the dynamic variables, in declaration order ----
 struct LowQVariable {

@@ -10,19 +10,26 @@
 #include <algorithm>
 #include <cmath>
 
-#include "rgb_displacer_kernel.h"
-#include "framework/dynvar_list.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
+#include "framework/dynvar_list.h"
+#include "rgb_displacer_kernel.h"
 
 namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "output", "nimbo one\\RGB Displacer", kAuthor,
-                                      "Effect,Filter,Colour,", 0x00239F3FD51CC1A0ull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "output",
+                                      "nimbo one\\RGB Displacer",
+                                      kAuthor,
+                                      "Effect,Filter,Colour,",
+                                      0x00239F3FD51CC1A0ull,
+                                      orrery::kEffectVersion};
 
 // ---- settings -----------------------------------------------------------------------
 
@@ -53,16 +60,15 @@ int32_t WholeShift(float v, int32_t size) {
 class CRGBDisplacerDfx final : public CEffectBase {
  public:
   CRGBDisplacerDfx()
-      : CEffectBase(kInfo, kLabelRGBDisplacer, "helpfile/Effects/Filter/RGBDisplacer/RGBDisplacer.htm", sizeof(CRGBDisplacerDfx)) {
+      : CEffectBase(kInfo, kLabelRGBDisplacer, "helpfile/Effects/Filter/RGBDisplacer/RGBDisplacer.htm",
+                    sizeof(CRGBDisplacerDfx)) {
     ApplyDefaults<Offsets>(kRows, settings_);
     Declare();
   }
 
  protected:
   void ReadSettings(orrery::ConfigStore& store) override { ReadRows<Offsets>(store, kRows, settings_); }
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteRows<Offsets>(store, kRows, settings_);
-  }
+  void WriteSettings(orrery::ConfigStore& store) override { WriteRows<Offsets>(store, kRows, settings_); }
   void DeclareHostControls() override {
     Declare();
     if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
@@ -93,8 +99,13 @@ class CRGBDisplacerDfx final : public CEffectBase {
       return in->pixels + size_t(std::clamp(y - dy, 0, h - 1)) * size_t(w);
     };
     for (int32_t y = 0; y < h; ++y) {
-      const rgb_displacer::ShiftRows rows{source_row(y, shift[1]), source_row(y, shift[3]), source_row(y, shift[5]),
-                                          in->pixels + size_t(y) * size_t(w), shift[0], shift[2], shift[4]};
+      const rgb_displacer::ShiftRows rows{source_row(y, shift[1]),
+                                          source_row(y, shift[3]),
+                                          source_row(y, shift[5]),
+                                          in->pixels + size_t(y) * size_t(w),
+                                          shift[0],
+                                          shift[2],
+                                          shift[4]};
       row(rows, output->pixels + size_t(y) * size_t(w), w, 0, w);
     }
     return 1;
@@ -103,7 +114,7 @@ class CRGBDisplacerDfx final : public CEffectBase {
  private:
   void Declare() {
     dynvars_.Clear();
-    const float* rest[6] = {&settings_.red_x, &settings_.red_y, &settings_.green_x,
+    const float* rest[6] = {&settings_.red_x,   &settings_.red_y,  &settings_.green_x,
                             &settings_.green_y, &settings_.blue_x, &settings_.blue_y};
     for (int i = 0; i < 6; ++i) {
       values_[i] = dynvars_.DeclareFloat(kDynNames[i], -kMaxOffset, kMaxOffset, *rest[i], -kMaxOffset, kMaxOffset, 0);

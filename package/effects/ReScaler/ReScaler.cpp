@@ -23,21 +23,33 @@ namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "", "nimbo one\\ReScaler", kAuthor,
-                                      "Effect,XYZ,", 0x002438315E35C1B9ull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "",
+                                      "nimbo one\\ReScaler",
+                                      kAuthor,
+                                      "Effect,XYZ,",
+                                      0x002438315E35C1B9ull,
+                                      orrery::kEffectVersion};
 
 // ---- settings ---------------------------------------------------------------------
 struct ReScalerSettings {
-  int32_t in_w = 0;  // 0 = the output width at Initialize
-  int32_t in_h = 0;
-};
-
-constexpr SettingRow<ReScalerSettings> kSettingRows[] = {
-    {"in_w", &ReScalerSettings::in_w, 0, nullptr, 0, 1024, "input width in pixels (0 = output width)"},
-    {"in_h", &ReScalerSettings::in_h, 0, nullptr, 0, 1024, "input height in pixels (0 = output height)"},
+  int32_t in_w;  // 0 = the output width at Initialize
+  int32_t in_h;
 };
 
 enum SizeMode : int32_t { kHalf = 0, kQuarter = 1, kDouble = 2, kCustom = 3 };
+
+// The dialog shows the size mode (not stored) first; the stored sizes apply
+// only while it is custom.
+constexpr DialogView kCustomSizeView{.hint = "used with custom only", .enabled_value = kCustom, .enabled_by_own = 0};
+constexpr SettingRow<ReScalerSettings> kSettingRows[] = {
+    {"in_w", &ReScalerSettings::in_w, 0, nullptr, 0, 1024, "Custom width", "input width in pixels (0 = output width)",
+     false, kCustomSizeView},
+    {"in_h", &ReScalerSettings::in_h, 0, nullptr, 0, 1024, "Custom height",
+     "input height in pixels (0 = output height)", false, kCustomSizeView},
+};
 
 constexpr int32_t kMaxInputSide = 1024;
 constexpr int32_t kDialogMinSide = 2;
@@ -54,10 +66,14 @@ int32_t TextureSide(int32_t side) {
 // division truncates toward zero.
 orrery::Size ModeSize(int32_t mode, int32_t w, int32_t h) {
   switch (mode) {
-    case kHalf: return {w / 2, h / 2};
-    case kQuarter: return {w / 4, h / 4};
-    case kDouble: return {w * 2, h * 2};
-    default: return {0, 0};
+    case kHalf:
+      return {w / 2, h / 2};
+    case kQuarter:
+      return {w / 4, h / 4};
+    case kDouble:
+      return {w * 2, h * 2};
+    default:
+      return {0, 0};
   }
 }
 
@@ -72,9 +88,7 @@ class CReScaleDfx final : public CEffectBase {
   ~CReScaleDfx() override { FreeAll(); }
 
   // ---- lifecycle ----
-  void ReadSettings(orrery::ConfigStore& store) override {
-    ReadRows<ReScalerSettings>(store, kSettingRows, settings_);
-  }
+  void ReadSettings(orrery::ConfigStore& store) override { ReadRows<ReScalerSettings>(store, kSettingRows, settings_); }
   void WriteSettings(orrery::ConfigStore& store) override {
     WriteRows<ReScalerSettings>(store, kSettingRows, settings_);
   }
@@ -114,10 +128,17 @@ class CReScaleDfx final : public CEffectBase {
     if (settings_.in_w <= 0) settings_.in_w = out_w_;
     if (settings_.in_h <= 0) settings_.in_h = out_h_;
     switch (mode_) {
-      case kHalf: settings_.in_w = out_w_ / 2, settings_.in_h = out_h_ / 2; break;
-      case kQuarter: settings_.in_w = out_w_ / 4, settings_.in_h = out_h_ / 4; break;
-      case kDouble: settings_.in_w = out_w_ * 2, settings_.in_h = out_h_ * 2; break;
-      default: break;
+      case kHalf:
+        settings_.in_w = out_w_ / 2, settings_.in_h = out_h_ / 2;
+        break;
+      case kQuarter:
+        settings_.in_w = out_w_ / 4, settings_.in_h = out_h_ / 4;
+        break;
+      case kDouble:
+        settings_.in_w = out_w_ * 2, settings_.in_h = out_h_ * 2;
+        break;
+      default:
+        break;
     }
     settings_.in_w = std::min(settings_.in_w, kMaxInputSide);
     settings_.in_h = std::min(settings_.in_h, kMaxInputSide);
@@ -169,23 +190,18 @@ class CReScaleDfx final : public CEffectBase {
   // ---- dialog ----
   int32_t RunDialog() override {
     int32_t mode = mode_;
-    int32_t width = std::clamp(settings_.in_w, kDialogMinSide, kMaxInputSide);
-    int32_t height = std::clamp(settings_.in_h, kDialogMinSide, kMaxInputSide);
-    const orrery::DialogField fields[] = {
-        {"Input size", orrery::DialogFieldType::kChoice, &mode, 0, 3, "half|quarter|double|custom",
-         "the input's size relative to the output, or custom"},
-        {"Custom width", orrery::DialogFieldType::kInt, &width, kDialogMinSide, kMaxInputSide, nullptr,
-         "used with custom only", 0, kCustom},
-        {"Custom height", orrery::DialogFieldType::kInt, &height, kDialogMinSide, kMaxInputSide, nullptr,
-         "used with custom only", 0, kCustom},
-    };
-    orrery::DialogModel model{"ReScaler", fields, int32_t(std::size(fields)), HelpPage(), platform::MainWindow()};
-    if (!orrery::GetDialogService()->RunModal(model)) return 0;
+    ReScalerSettings edit{std::clamp(settings_.in_w, kDialogMinSide, kMaxInputSide),
+                          std::clamp(settings_.in_h, kDialogMinSide, kMaxInputSide)};
+    const orrery::DialogField mode_field[] = {{"Input size", orrery::DialogFieldType::kChoice, &mode, 0, 3,
+                                               "half|quarter|double|custom",
+                                               "the input's size relative to the output, or custom"}};
+    SettingsDialog<ReScalerSettings> dialog(kSettingRows, edit, mode_field);
+    if (!dialog.Run("ReScaler", HelpPage())) return 0;
     std::lock_guard lock(lock_);
     mode_ = std::clamp(mode, int32_t(kHalf), int32_t(kCustom));
     if (mode_ == kCustom) {
-      settings_.in_w = std::clamp(width, kDialogMinSide, kMaxInputSide);
-      settings_.in_h = std::clamp(height, kDialogMinSide, kMaxInputSide);
+      settings_.in_w = std::clamp(edit.in_w, kDialogMinSide, kMaxInputSide);
+      settings_.in_h = std::clamp(edit.in_h, kDialogMinSide, kMaxInputSide);
     }
     return 1;
   }
@@ -198,7 +214,7 @@ class CReScaleDfx final : public CEffectBase {
     buffer_ = 0;
   }
 
-  ReScalerSettings settings_;
+  ReScalerSettings settings_{};
   int32_t tex_w_ = 0;
   int32_t tex_h_ = 0;
   int32_t mode_ = kCustom;  // not stored: a recreated effect is custom

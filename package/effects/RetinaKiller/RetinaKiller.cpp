@@ -12,34 +12,42 @@
 // and "repair" (0..64) drive limit and fade while the effect runs.
 #include <algorithm>
 
-#include "retina_killer_kernel.h"
-#include "orrery/services.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
+#include "orrery/services.h"
+#include "retina_killer_kernel.h"
 
 namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "output", "nimbo one\\Retina Killer", kAuthor,
-                                      "Effect,Filter,", 0x0163498A3DB12937ull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "output",
+                                      "nimbo one\\Retina Killer",
+                                      kAuthor,
+                                      "Effect,Filter,",
+                                      0x0163498A3DB12937ull,
+                                      orrery::kEffectVersion};
 
 // The host's parameters of both sliders.
 constexpr SliderParams kSliderParams{100.0f, 10000.0f, 428.6f, 88};
 
 // ---- settings ----
 struct RetinaSettings {
-  int32_t limit = 176;
-  int32_t fade = 8;
-  int32_t hide = 0;
+  int32_t limit;
+  int32_t fade;
+  int32_t hide;
 };
 
 constexpr SettingRow<RetinaSettings> kRows[] = {
     {"limit", &RetinaSettings::limit, 176, nullptr, 0, 255, "brightness per channel above which fatigue grows"},
     {"fade", &RetinaSettings::fade, 8, nullptr, 0, 255, "fatigue removed per frame and channel"},
-    {"hide", &RetinaSettings::hide, 0, nullptr, 0, 1, "kept with the settings"},
+    // Stored and kept, but not the user's to edit: the dialog leaves it out.
+    {"hide", &RetinaSettings::hide, 0, nullptr, 0, 1, "kept with the settings", nullptr, false, {ShowAs::kHidden}},
 };
 
 constexpr const char* kResistanceSlider = "resistance (low=light sick, high=resistant)";
@@ -53,7 +61,8 @@ uint8_t ToByte(float v) { return v >= 0.0f ? uint8_t(std::min(v, 255.0f)) : 0; }
 class CRetinaKillerDfx final : public CEffectBase {
  public:
   CRetinaKillerDfx()
-      : CEffectBase(kInfo, kLabelRetinaKiller, "helpfile/Effects/Filter/RetinaKiller/RetinaKiller.htm", sizeof(CRetinaKillerDfx)) {
+      : CEffectBase(kInfo, kLabelRetinaKiller, "helpfile/Effects/Filter/RetinaKiller/RetinaKiller.htm",
+                    sizeof(CRetinaKillerDfx)) {
     ApplyDefaults<RetinaSettings>(kRows, settings_);
     SlidersFromSettings();
   }
@@ -61,9 +70,8 @@ class CRetinaKillerDfx final : public CEffectBase {
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
     if (!OutputSizeKnown()) return 0;
-    const orrery::Screen* in = inputs.Get(0);
-    if (!host_context_ || !in || !in->pixels || !output || !output->pixels) return 0;
-    if (in->width != output->width || in->height != output->height || in->PixelCount() == 0) return 0;
+    const orrery::Screen* in = InputMatchingOutput(inputs, output);
+    if (!in || !host_context_) return 0;
     const size_t count = in->PixelCount();
     auto* fatigue = static_cast<uint8_t*>(host_context_->GetMemory(kFatigueSlot, count * 4));
     if (!fatigue) return 0;
@@ -88,9 +96,8 @@ class CRetinaKillerDfx final : public CEffectBase {
   }
 
   int32_t RunDialog() override {
-    // "hide" is not the user's to edit: only limit and fade are shown.
-    return RunSettingsDialog<RetinaSettings>("Retina Killer", HelpPage(), std::span(kRows).first(2), settings_,
-                                             lock_, [this] { SlidersFromSettings(); });
+    return RunSettingsDialog<RetinaSettings>("Retina Killer", HelpPage(), kRows, settings_, lock_,
+                                             [this] { SlidersFromSettings(); });
   }
 
  private:
@@ -101,7 +108,7 @@ class CRetinaKillerDfx final : public CEffectBase {
     repair_ = float(settings_.fade);
   }
 
-  RetinaSettings settings_;
+  RetinaSettings settings_{};
   float resistance_ = 176.0f;  // written by the host's sliders
   float repair_ = 8.0f;
 };

@@ -8,13 +8,19 @@ namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}, {-1, -1, "UNKNOWN"}, {-1, -1, "UNKNOWN"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 3, {-1, -1}, "", "nimbo one\\3D Effect\\Text3D", kAuthor,
-                                      "Effect,3D,Text,", 0x017178DD8AF030DBull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      3,
+                                      {-1, -1},
+                                      "",
+                                      "nimbo one\\3D Effect\\Text3D",
+                                      kAuthor,
+                                      "Effect,3D,Text,",
+                                      0x017178DD8AF030DBull,
+                                      orrery::kEffectVersion};
 
 class CText3DDfx final : public CEffectBase {
  public:
-  CText3DDfx()
-      : CEffectBase(kInfo, kLabelText3D, "helpfile/Effects/3D/Text3D/Text3D.htm", sizeof(CText3DDfx)) {}
+  CText3DDfx() : CEffectBase(kInfo, kLabelText3D, "helpfile/Effects/3D/Text3D/Text3D.htm", sizeof(CText3DDfx)) {}
 };
 
 }  // namespace

@@ -21,30 +21,48 @@
 #include <algorithm>
 #include <cstring>
 
-#include "time_blur_kernel.h"
-#include "orrery/services.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
+#include "orrery/services.h"
+#include "time_blur_kernel.h"
 
 namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB Bitmap"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "", "nimbo one\\TimeBlur2", kAuthor,
-                                      "Effect,Filter,Time,Blur,", 0x0169BDBC6AB2405Cull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "",
+                                      "nimbo one\\TimeBlur2",
+                                      kAuthor,
+                                      "Effect,Filter,Time,Blur,",
+                                      0x0169BDBC6AB2405Cull,
+                                      orrery::kEffectVersion};
 
 // The host's parameters of the reset button.
 constexpr SliderParams kResetButtonParams{100.0f, 10000.0f, 857.2f, 25};
 
 // ---- settings ----
 struct TimeBlurSettings {
-  int32_t n_screens = 8;
+  int32_t n_screens;
 };
 
+// The dialog offers the powers of two as a choice of its own (entry k stands
+// for n = 2^k), so the stored count itself is not one of its fields.
 constexpr SettingRow<TimeBlurSettings> kRows[] = {
-    {"n_screens", &TimeBlurSettings::n_screens, 8, nullptr, 1, kTimeBlurMaxFrames, "number of frames averaged"},
+    {"n_screens",
+     &TimeBlurSettings::n_screens,
+     8,
+     nullptr,
+     1,
+     kTimeBlurMaxFrames,
+     "number of frames averaged",
+     nullptr,
+     false,
+     {ShowAs::kHidden}},
 };
 
 // Memory slots: the sum, then one per ring frame.
@@ -65,9 +83,8 @@ class CTimeBlur2Dfx final : public CEffectBase {
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
     if (!OutputSizeKnown()) return 0;
-    const orrery::Screen* in = inputs.Get(0);
-    if (!host_context_ || !in || !in->pixels || !output || !output->pixels) return 0;
-    if (in->width != output->width || in->height != output->height || in->PixelCount() == 0) return 0;
+    const orrery::Screen* in = InputMatchingOutput(inputs, output);
+    if (!in || !host_context_) return 0;
     const size_t count = in->PixelCount();
     const int32_t n = Frames();
 
@@ -110,8 +127,7 @@ class CTimeBlur2Dfx final : public CEffectBase {
     }
     if (index_ >= n) index_ = 0;
     if (packed_) {
-      TimeBlurPackedStep()(in->pixels, output->pixels, ring[index_], reinterpret_cast<uint8_t*>(sum), count,
-                           {shift_});
+      TimeBlurPackedStep()(in->pixels, output->pixels, ring[index_], reinterpret_cast<uint8_t*>(sum), count, {shift_});
     } else {
       TimeBlurStep()(in->pixels, output->pixels, ring[index_], sum, count, {shift_});
     }
@@ -135,10 +151,11 @@ class CTimeBlur2Dfx final : public CEffectBase {
 
   int32_t RunDialog() override {
     int32_t choice = std::min(TimeBlurShift(settings_.n_screens), kLastChoice);
-    const orrery::DialogField field{"frames averaged", orrery::DialogFieldType::kChoice, &choice, 0, kLastChoice,
-                                    kFrameChoices, "more frames: a longer trail"};
-    const orrery::DialogModel model{"TimeBlur2", &field, 1, HelpPage(), platform::MainWindow()};
-    const int32_t ok = orrery::GetDialogService()->RunModal(model);
+    const orrery::DialogField choice_field[] = {{"frames averaged", orrery::DialogFieldType::kChoice, &choice, 0,
+                                                 kLastChoice, kFrameChoices, "more frames: a longer trail"}};
+    TimeBlurSettings edit = settings_;
+    SettingsDialog<TimeBlurSettings> dialog(kRows, edit, choice_field);
+    const bool ok = dialog.Run("TimeBlur2", HelpPage());
     std::lock_guard lock(lock_);
     if (!ok) {
       Reset();  // the saved settings are back: start a clean history
@@ -177,7 +194,7 @@ class CTimeBlur2Dfx final : public CEffectBase {
     reset_requested_ = true;
   }
 
-  TimeBlurSettings settings_;
+  TimeBlurSettings settings_{};
   int32_t shift_ = 3;
   float reset_button_ = 0.0f;  // written by the host's button
   int32_t last_button_ = 0;

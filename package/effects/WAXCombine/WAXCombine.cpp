@@ -8,8 +8,15 @@ namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "WAX input 1"}, {-1, -1, "WAX input 2"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 2, {-1, -1}, "WAX output", "nimbo one\\3D Effect\\WAXCombine", kAuthor,
-                                      "Effect,3D,", 0x00257041DE3B1333ull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      2,
+                                      {-1, -1},
+                                      "WAX output",
+                                      "nimbo one\\3D Effect\\WAXCombine",
+                                      kAuthor,
+                                      "Effect,3D,",
+                                      0x00257041DE3B1333ull,
+                                      orrery::kEffectVersion};
 
 class CWAXCombineDfx final : public CEffectBase {
  public:

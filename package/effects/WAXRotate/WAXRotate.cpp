@@ -8,8 +8,15 @@ namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "WAX input"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "WAX output", "nimbo one\\3D Effect\\WAXRotate", kAuthor,
-                                      "Effect,3D,", 0x016D24EA41001A10ull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "WAX output",
+                                      "nimbo one\\3D Effect\\WAXRotate",
+                                      kAuthor,
+                                      "Effect,3D,",
+                                      0x016D24EA41001A10ull,
+                                      orrery::kEffectVersion};
 
 class CWAXRotateDfx final : public CEffectBase {
  public:

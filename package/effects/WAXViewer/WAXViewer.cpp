@@ -7,9 +7,17 @@
 namespace nimbo {
 namespace {
 
-constexpr orrery::InputDesc kInputs[] = {{-1, -1, "Background"}, {-1, -1, "WAX"}, {-1, -1, "UNKNOWN"}, {-1, -1, "UNKNOWN"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 4, {-1, -1}, "output", "nimbo one\\3D Effect\\WAXViewer", kAuthor,
-                                      "Effect,3D,", 0x016D2330FD25D684ull, orrery::kEffectVersion};
+constexpr orrery::InputDesc kInputs[] = {
+    {-1, -1, "Background"}, {-1, -1, "WAX"}, {-1, -1, "UNKNOWN"}, {-1, -1, "UNKNOWN"}};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      4,
+                                      {-1, -1},
+                                      "output",
+                                      "nimbo one\\3D Effect\\WAXViewer",
+                                      kAuthor,
+                                      "Effect,3D,",
+                                      0x016D2330FD25D684ull,
+                                      orrery::kEffectVersion};
 
 class CWAXViewerDfx final : public CEffectBase {
  public:

@@ -6,23 +6,30 @@
 //
 // Settings: "invert" (int, 0 or 1, default 0): white where the picture is
 // opaque instead of where it is transparent.
-#include "xtract_alpha_kernel.h"
-#include "orrery/services.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
+#include "orrery/services.h"
+#include "xtract_alpha_kernel.h"
 
 namespace nimbo {
 namespace {
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "RGB"}};
-constexpr orrery::EffectInfo kInfo = {kInputs, 1, {-1, -1}, "", "nimbo one\\XtractAlpha", kAuthor,
-                                      "Effect,Filter,Alpha,", 0x00253F6426243C09ull, orrery::kEffectVersion};
+constexpr orrery::EffectInfo kInfo = {kInputs,
+                                      1,
+                                      {-1, -1},
+                                      "",
+                                      "nimbo one\\XtractAlpha",
+                                      kAuthor,
+                                      "Effect,Filter,Alpha,",
+                                      0x00253F6426243C09ull,
+                                      orrery::kEffectVersion};
 
 // ---- settings ----
 struct XtractAlphaSettings {
-  int32_t invert = 0;
+  int32_t invert;
 };
 
 constexpr SettingRow<XtractAlphaSettings> kRows[] = {
@@ -32,16 +39,16 @@ constexpr SettingRow<XtractAlphaSettings> kRows[] = {
 class CXtractAlphaDfx final : public CEffectBase {
  public:
   CXtractAlphaDfx()
-      : CEffectBase(kInfo, kLabelXtractAlpha, "helpfile/Effects/Keying/XtractAlpha/XtractAlpha.htm", sizeof(CXtractAlphaDfx)) {
+      : CEffectBase(kInfo, kLabelXtractAlpha, "helpfile/Effects/Keying/XtractAlpha/XtractAlpha.htm",
+                    sizeof(CXtractAlphaDfx)) {
     ApplyDefaults<XtractAlphaSettings>(kRows, settings_);
   }
 
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
     if (!OutputSizeKnown()) return 0;
-    const orrery::Screen* in = inputs.Get(0);
-    if (!in || !in->pixels || !output || !output->pixels) return 0;
-    if (in->width != output->width || in->height != output->height) return 0;
+    const orrery::Screen* in = InputMatchingOutput(inputs, output);
+    if (!in) return 0;
     XtractAlphaKernel()(in->pixels, output->pixels, output->PixelCount(), settings_.invert != 0);
     return 1;
   }
@@ -60,7 +67,7 @@ class CXtractAlphaDfx final : public CEffectBase {
   }
 
  private:
-  XtractAlphaSettings settings_;
+  XtractAlphaSettings settings_{};
 };
 
 }  // namespace

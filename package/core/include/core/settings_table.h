@@ -20,10 +20,10 @@
 #include <variant>
 #include <vector>
 
+#include "core/platform.h"
 #include "orrery/config_store.h"
 #include "orrery/host_context.h"
 #include "orrery/services.h"
-#include "core/platform.h"
 
 namespace nimbo {
 
@@ -39,13 +39,15 @@ struct DialogView {
   const char* hint = nullptr;        // shown beside the field: its unit, what it does
   double scale = 1.0;                // float rows: the dialog shows the stored value times this
   const char* enabled_by = nullptr;  // key of a choice or switch row this field applies under,
-  int32_t enabled_value = 0;         // and the value that row must hold
+  int32_t enabled_value = 0;         // and the value that row must hold;
+  int32_t enabled_by_own = -1;       // or the index of one of the effect's own `before` fields
 };
 
 // One stored setting: its key, where it lives in the settings struct, its
 // default (numbers in `def`, strings in `def_text`), its range, the label the
-// dialog shows (also the description a host lists), and how the dialog shows
-// it. The struct itself carries no defaults: ApplyDefaults fills it from here.
+// dialog shows, what it means as a host lists it (`help`; the label when
+// null), and how the dialog shows it. The struct itself carries no defaults:
+// ApplyDefaults fills it from here.
 template <class S>
 struct SettingRow {
   const char* key;
@@ -55,6 +57,7 @@ struct SettingRow {
   double minimum;
   double maximum;
   const char* label;
+  const char* help = nullptr;
   bool is_path = false;  // string rows stored as "path"
   DialogView view = {};
 };
@@ -62,9 +65,12 @@ struct SettingRow {
 template <class S>
 void ApplyDefaults(std::span<const SettingRow<S>> rows, S& s) {
   for (const SettingRow<S>& row : rows) {
-    if (auto p = std::get_if<int32_t S::*>(&row.field)) s.*(*p) = int32_t(row.def);
-    else if (auto f = std::get_if<float S::*>(&row.field)) s.*(*f) = float(row.def);
-    else s.*std::get<std::string S::*>(row.field) = row.def_text ? row.def_text : "";
+    if (auto p = std::get_if<int32_t S::*>(&row.field))
+      s.*(*p) = int32_t(row.def);
+    else if (auto f = std::get_if<float S::*>(&row.field))
+      s.*(*f) = float(row.def);
+    else
+      s.*std::get<std::string S::*>(row.field) = row.def_text ? row.def_text : "";
   }
 }
 
@@ -92,10 +98,14 @@ void ReadRows(orrery::ConfigStore& store, std::span<const SettingRow<S>> rows, S
 template <class S>
 void WriteRows(orrery::ConfigStore& store, std::span<const SettingRow<S>> rows, const S& s) {
   for (const SettingRow<S>& row : rows) {
-    if (auto p = std::get_if<int32_t S::*>(&row.field)) store.SetInt(row.key, s.*(*p));
-    else if (auto f = std::get_if<float S::*>(&row.field)) store.SetFloat(row.key, s.*(*f));
-    else if (row.is_path) store.SetPath(row.key, (s.*std::get<std::string S::*>(row.field)).c_str());
-    else store.SetString(row.key, (s.*std::get<std::string S::*>(row.field)).c_str());
+    if (auto p = std::get_if<int32_t S::*>(&row.field))
+      store.SetInt(row.key, s.*(*p));
+    else if (auto f = std::get_if<float S::*>(&row.field))
+      store.SetFloat(row.key, s.*(*f));
+    else if (row.is_path)
+      store.SetPath(row.key, (s.*std::get<std::string S::*>(row.field)).c_str());
+    else
+      store.SetString(row.key, (s.*std::get<std::string S::*>(row.field)).c_str());
   }
 }
 
@@ -110,7 +120,7 @@ template <class S>
 void DescribeRows(orrery::HostContext* context, std::span<const SettingRow<S>> rows) {
   if (!context) return;
   for (const SettingRow<S>& row : rows) {
-    context->DescribeSetting({row.key, RowType(row), row.minimum, row.maximum, row.label});
+    context->DescribeSetting({row.key, RowType(row), row.minimum, row.maximum, row.help ? row.help : row.label});
   }
 }
 
@@ -144,6 +154,10 @@ class SettingsDialog {
       }
     }
     for (const auto& [row, at] : shown) {
+      if (row->view.enabled_by_own >= 0 && size_t(row->view.enabled_by_own) < before.size()) {
+        fields_[at].enabled_by = row->view.enabled_by_own;
+        fields_[at].enabled_value = row->view.enabled_value;
+      }
       if (!row->view.enabled_by) continue;
       for (const auto& [other, index] : shown) {
         if (std::string_view(other->key) == row->view.enabled_by) fields_[at].enabled_by = int32_t(index);
@@ -162,7 +176,11 @@ class SettingsDialog {
     orrery::DialogService* service = orrery::GetDialogService();
     const orrery::DialogModel model{title, fields_.data(), int32_t(fields_.size()), help_page, platform::MainWindow()};
     if (!service || !service->RunModal(model)) return false;
-    for (const Scaled& s : scaled_) edit_.*(s.field) = float(double(s.shown) / s.scale);
+    // A scaled value the user left alone keeps its stored bits (the way there
+    // and back could round).
+    for (const Scaled& s : scaled_) {
+      if (s.shown != s.initial) edit_.*(s.field) = float(double(s.shown) / s.scale);
+    }
     return true;
   }
 
@@ -173,12 +191,18 @@ class SettingsDialog {
     float S::*field;
     double scale;
     float shown;
+    float initial;
   };
 
   orrery::DialogField FieldFor(const SettingRow<S>& row) {
     const DialogView& view = row.view;
-    orrery::DialogField field{row.label ? row.label : row.key, orrery::DialogFieldType::kInt, nullptr,
-                              row.minimum, row.maximum, nullptr, view.hint};
+    orrery::DialogField field{row.label ? row.label : row.key,
+                              orrery::DialogFieldType::kInt,
+                              nullptr,
+                              row.minimum,
+                              row.maximum,
+                              nullptr,
+                              view.hint};
     if (auto p = std::get_if<int32_t S::*>(&row.field)) {
       field.value = &(edit_.*(*p));
       if (view.as == ShowAs::kColor) {
@@ -192,7 +216,8 @@ class SettingsDialog {
     } else if (auto f = std::get_if<float S::*>(&row.field)) {
       field.type = orrery::DialogFieldType::kFloat;
       if (view.scale != 1.0) {
-        scaled_.push_back({*f, view.scale, float(double(edit_.*(*f)) * view.scale)});
+        const float shown = float(double(edit_.*(*f)) * view.scale);
+        scaled_.push_back({*f, view.scale, shown, shown});
         field.value = &scaled_.back().shown;
         field.minimum = row.minimum * view.scale;
         field.maximum = row.maximum * view.scale;
@@ -216,8 +241,8 @@ class SettingsDialog {
 // `apply` runs (to recompute what depends on them), both under `lock`, so
 // Render never sees half an edit. 1 on OK, 0 on Cancel.
 template <class S, class Lock, class Apply>
-int32_t RunSettingsDialog(const char* title, const char* help_page, std::span<const SettingRow<S>> rows,
-                          S& settings, Lock& lock, Apply apply) {
+int32_t RunSettingsDialog(const char* title, const char* help_page, std::span<const SettingRow<S>> rows, S& settings,
+                          Lock& lock, Apply apply) {
   S copy;
   {
     std::lock_guard guard(lock);

@@ -14,6 +14,11 @@
 
 namespace nimbo {
 
+// The cone's degrees become radians with this value, deliberately not pi's
+// nearest double or float: the keyers' cone tangent is defined with it, and
+// the key and the tracker must agree to the last bit.
+inline constexpr double kConeDegreesPi = 3.1415925;
+
 struct YCbCr {
   float y, cb, cr;
 };
@@ -26,13 +31,13 @@ inline YCbCr ToYCbCr601(int32_t r, int32_t g, int32_t b) {
 // Key parameters of a key colour 0xRRGGBB and a cone half-angle in degrees.
 struct KeyParams {
   float y = 0, cb = 0, cr = 0;
-  float mag = 0;        // chroma magnitude, sqrt of the integer part of Cb^2 + Cr^2
-  int32_t kx = 0;       // key direction scaled by 255
+  float mag = 0;   // chroma magnitude, sqrt of the integer part of Cb^2 + Cr^2
+  int32_t kx = 0;  // key direction scaled by 255
   int32_t ky = 0;
   int32_t tan_factor = 0;  // 256 / tan(angle)
   int32_t inv_mag = 0;     // 65536 / mag, 0 for a grey key
   int32_t y_scale = 0;
-  int32_t k_mag = 0;       // min(mag, 127)
+  int32_t k_mag = 0;  // min(mag, 127)
 };
 
 inline KeyParams ComputeKeyParams(uint32_t rgb, float angle_degrees) {
@@ -47,7 +52,7 @@ inline KeyParams ComputeKeyParams(uint32_t rgb, float angle_degrees) {
   // undefined integer, so the direction is 0 there.
   k.kx = k.mag > 0 ? int32_t(c.cb / k.mag * 255.0f) : 0;
   k.ky = k.mag > 0 ? int32_t(c.cr / k.mag * 255.0f) : 0;
-  double tan_value = std::tan(angle_degrees * 3.1415925 / 180.0);
+  double tan_value = std::tan(angle_degrees * kConeDegreesPi / 180.0);
   double tan_factor = 256.0 / tan_value;
   k.tan_factor = std::isfinite(tan_factor) ? int32_t(std::clamp(tan_factor, -2147483647.0, 2147483647.0)) : 0;
   k.inv_mag = k.mag <= 0.0001f ? 0 : int32_t(65536.0f / k.mag);
