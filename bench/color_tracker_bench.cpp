@@ -110,9 +110,9 @@ void MatchSpan(benchmark::State& state, nimbo::MatchSpanFn fn) {
     benchmark::ClobberMemory();
   }
 }
-BENCHMARK_CAPTURE(MatchSpan, Scalar, nimbo::UpdateMatchSpanScalar)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(MatchSpan, Sse2, nimbo::UpdateMatchSpanSse2)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(MatchSpan, Avx2, nimbo::CpuHasAvx2() ? nimbo::UpdateMatchSpanAvx2 : nullptr)
+BENCHMARK_CAPTURE(MatchSpan, Scalar, nimbo::MatchSpanScalar)->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(MatchSpan, Sse2, nimbo::MatchSpanSse2)->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(MatchSpan, Avx2, nimbo::CpuHasAvx2() ? nimbo::MatchSpanAvx2 : nullptr)
     ->Unit(benchmark::kMicrosecond);
 
 void RowSums(benchmark::State& state, nimbo::RowSumsFn fn, int32_t density) {
@@ -127,11 +127,11 @@ void RowSums(benchmark::State& state, nimbo::RowSumsFn fn, int32_t density) {
     benchmark::DoNotOptimize(nimbo::ComputeWindowMoments(scores.data(), kW, kW, kH, fn));
   }
 }
-BENCHMARK_CAPTURE(RowSums, ScalarDense, nimbo::AccumulateRowScalar, 1)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(RowSums, Avx2Dense, nimbo::CpuHasAvx2() ? nimbo::AccumulateRowAvx2 : nullptr, 1)
+BENCHMARK_CAPTURE(RowSums, ScalarDense, nimbo::RowSumsScalar, 1)->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(RowSums, Avx2Dense, nimbo::CpuHasAvx2() ? nimbo::RowSumsAvx2 : nullptr, 1)
     ->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(RowSums, ScalarSparse, nimbo::AccumulateRowScalar, 97)->Unit(benchmark::kMicrosecond);
-BENCHMARK_CAPTURE(RowSums, Avx2Sparse, nimbo::CpuHasAvx2() ? nimbo::AccumulateRowAvx2 : nullptr, 97)
+BENCHMARK_CAPTURE(RowSums, ScalarSparse, nimbo::RowSumsScalar, 97)->Unit(benchmark::kMicrosecond);
+BENCHMARK_CAPTURE(RowSums, Avx2Sparse, nimbo::CpuHasAvx2() ? nimbo::RowSumsAvx2 : nullptr, 97)
     ->Unit(benchmark::kMicrosecond);
 
 }  // namespace

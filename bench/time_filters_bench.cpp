@@ -208,7 +208,7 @@ void BM_TimeBlurKernel_InCache(benchmark::State& state) {
   Buffer<uint32_t> from(kSmallPixels, 0x01020304u), to(kSmallPixels);
   std::vector<Buffer<uint32_t>> ring(8, Buffer<uint32_t>(kSmallPixels));
   Buffer<uint16_t> sum(kSmallPixels * 4);
-  const nimbo::TimeBlurStepFn fn = nimbo::TimeBlurStep();
+  const nimbo::TimeBlurStepFn fn = nimbo::TimeBlurStepKernel();
   int64_t frame = 0;
   for (auto _ : state) {
     fn(from.data(), to.data(), ring[frame++ % 8].data(), sum.data(), kSmallPixels, {3});
@@ -227,7 +227,7 @@ void BM_BoxBlurRows_InCache(benchmark::State& state) {
   Buffer<uint32_t> scratch_a(nimbo::BoxBlurScratchSize(kWidth, params.radius));
   Buffer<uint32_t> scratch_b(scratch_a.size());
   uint32_t* const scratch[2] = {scratch_a.data(), scratch_b.data()};
-  const nimbo::BoxBlurSpanFn span = nimbo::BoxBlurSpan();
+  const nimbo::BoxBlurSpanFn span = nimbo::BoxBlurSpanKernel();
   for (auto _ : state) {
     for (size_t y = 0; y < rows; y += 2) {
       const uint32_t* src[2] = {from.data() + y * kWidth, from.data() + (y + 1) * kWidth};

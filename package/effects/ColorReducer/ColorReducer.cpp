@@ -95,7 +95,7 @@ class CColorReducerDfx final : public CEffectBase {
       pattern_dither_ = dither;
     }
     color_reducer::ReduceParams p = color_reducer::ParamsForBits(bits);
-    const color_reducer::ReduceRowFn row = color_reducer::ActiveReduceRow();
+    const color_reducer::ReduceRowFn row = color_reducer::ReduceRowKernel();
     const int32_t w = output->width;
     for (int32_t y = 0; y < output->height; ++y) {
       uint32_t* line = output->pixels + size_t(y) * size_t(w);

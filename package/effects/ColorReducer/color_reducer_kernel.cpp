@@ -70,6 +70,6 @@ void ReduceRowSse2(const uint32_t* src, uint32_t* dst, int32_t x0, int32_t count
   ReduceRowScalar(src, dst, x, end - x, p);
 }
 
-ReduceRowFn ActiveReduceRow() { return ReduceRowSse2; }
+ReduceRowFn ReduceRowKernel() { return ReduceRowSse2; }
 
 }  // namespace nimbo::color_reducer

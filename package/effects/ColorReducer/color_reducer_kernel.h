@@ -35,6 +35,6 @@ int32_t BayerIndex(int32_t x, int32_t y);
 using ReduceRowFn = void (*)(const uint32_t* src, uint32_t* dst, int32_t x0, int32_t count, const ReduceParams& p);
 void ReduceRowScalar(const uint32_t* src, uint32_t* dst, int32_t x0, int32_t count, const ReduceParams& p);
 void ReduceRowSse2(const uint32_t* src, uint32_t* dst, int32_t x0, int32_t count, const ReduceParams& p);
-ReduceRowFn ActiveReduceRow();
+ReduceRowFn ReduceRowKernel();
 
 }  // namespace nimbo::color_reducer

@@ -59,7 +59,7 @@ uint8_t MatchScoreDirect(uint32_t pixel, const MatchParams& p) {
   return uint8_t((m * m) >> 8);
 }
 
-void UpdateMatchSpanScalar(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count, uint32_t stamp,
+void MatchSpanScalar(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count, uint32_t stamp,
                            const MatchParams& p) {
   for (int32_t i = 0; i < count; ++i) {
     if (stamps[i] == stamp) continue;
@@ -99,7 +99,7 @@ inline __m128i SumPairs(__m128i lo, __m128i hi) {
 
 }  // namespace
 
-void UpdateMatchSpanSse2(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count, uint32_t stamp,
+void MatchSpanSse2(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count, uint32_t stamp,
                          const MatchParams& p) {
   const __m128i zero = _mm_setzero_si128();
   // Pixel bytes lie B, G, R, A in memory; A gets a zero weight.
@@ -131,10 +131,10 @@ void UpdateMatchSpanSse2(const uint32_t* pixels, uint32_t* stamps, uint8_t* scor
     }
     _mm_storeu_si128(reinterpret_cast<__m128i*>(stamps + i), cur);
   }
-  UpdateMatchSpanScalar(pixels + i, stamps + i, scores + i, count - i, stamp, p);
+  MatchSpanScalar(pixels + i, stamps + i, scores + i, count - i, stamp, p);
 }
 
-NIMBO_TARGET_AVX2 void UpdateMatchSpanAvx2(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count,
+NIMBO_TARGET_AVX2 void MatchSpanAvx2(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count,
                                            uint32_t stamp, const MatchParams& p) {
   const __m256i cx = _mm256_setr_epi16(p.xb, p.xg, p.xr, 0, p.xb, p.xg, p.xr, 0, p.xb, p.xg, p.xr, 0, p.xb, p.xg,
                                        p.xr, 0);
@@ -165,11 +165,11 @@ NIMBO_TARGET_AVX2 void UpdateMatchSpanAvx2(const uint32_t* pixels, uint32_t* sta
     }
     _mm256_storeu_si256(reinterpret_cast<__m256i*>(stamps + i), cur);
   }
-  UpdateMatchSpanScalar(pixels + i, stamps + i, scores + i, count - i, stamp, p);
+  MatchSpanScalar(pixels + i, stamps + i, scores + i, count - i, stamp, p);
 }
 
-MatchSpanFn SelectMatchSpan() {
-  static const MatchSpanFn chosen = CpuHasAvx2() ? UpdateMatchSpanAvx2 : UpdateMatchSpanSse2;
+MatchSpanFn MatchSpanKernel() {
+  static const MatchSpanFn chosen = CpuHasAvx2() ? MatchSpanAvx2 : MatchSpanSse2;
   return chosen;
 }
 

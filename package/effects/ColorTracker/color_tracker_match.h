@@ -13,7 +13,7 @@
 // score; the search reads overlapping windows many times per frame and pays
 // for each pixel's score only once.
 //
-// Kernels: UpdateMatchSpan* fill the cache for one span of a row. The scalar
+// Kernels: MatchSpan* fill the cache for one span of a row. The scalar
 // version is the reference; the SSE2 and AVX2 versions give identical bytes.
 #pragma once
 
@@ -51,13 +51,13 @@ uint8_t MatchScoreDirect(uint32_t pixel, const MatchParams& p);
 // `stamp` gets its score and the stamp; stamped pixels keep their score.
 using MatchSpanFn = void (*)(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count,
                              uint32_t stamp, const MatchParams& p);
-void UpdateMatchSpanScalar(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count, uint32_t stamp,
+void MatchSpanScalar(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count, uint32_t stamp,
                            const MatchParams& p);
-void UpdateMatchSpanSse2(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count, uint32_t stamp,
+void MatchSpanSse2(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count, uint32_t stamp,
                          const MatchParams& p);
-void UpdateMatchSpanAvx2(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count, uint32_t stamp,
+void MatchSpanAvx2(const uint32_t* pixels, uint32_t* stamps, uint8_t* scores, int32_t count, uint32_t stamp,
                          const MatchParams& p);
 // The fastest version this CPU runs, chosen once.
-MatchSpanFn SelectMatchSpan();
+MatchSpanFn MatchSpanKernel();
 
 }  // namespace nimbo

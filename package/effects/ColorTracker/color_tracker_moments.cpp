@@ -10,7 +10,7 @@
 
 namespace nimbo {
 
-RowSums AccumulateRowScalar(const uint8_t* scores, int32_t width) {
+RowSums RowSumsScalar(const uint8_t* scores, int32_t width) {
   RowSums r;
   int32_t x = 0;
   while (x < width) {
@@ -63,8 +63,8 @@ NIMBO_TARGET_AVX2 inline int64_t Sum32(__m256i v) {
 
 }  // namespace
 
-NIMBO_TARGET_AVX2 RowSums AccumulateRowAvx2(const uint8_t* scores, int32_t width) {
-  if (width > kMaxSimdRowWidth) return AccumulateRowScalar(scores, width);
+NIMBO_TARGET_AVX2 RowSums RowSumsAvx2(const uint8_t* scores, int32_t width) {
+  if (width > kMaxSimdRowWidth) return RowSumsScalar(scores, width);
   // Lane bounds for width <= 32767: Σs per lane <= 4096 * 255 and Σs² per
   // lane <= 4096 * 65025 fit 32 bits; x·s² < 2^31 fits one lane before it is
   // widened; x·s, x·s² and x²·s² are summed in 64-bit lanes.
@@ -99,7 +99,7 @@ NIMBO_TARGET_AVX2 RowSums AccumulateRowAvx2(const uint8_t* scores, int32_t width
   r.x2s2 = Sum64(acc_x2s2);
   if (x < width) {
     // The tail, with x counted from the row's start.
-    RowSums tail = AccumulateRowScalar(scores + x, width - x);
+    RowSums tail = RowSumsScalar(scores + x, width - x);
     r.s += tail.s;
     r.s2 += tail.s2;
     r.xs += tail.xs + x * tail.s;
@@ -109,8 +109,8 @@ NIMBO_TARGET_AVX2 RowSums AccumulateRowAvx2(const uint8_t* scores, int32_t width
   return r;
 }
 
-RowSumsFn SelectRowSums() {
-  static const RowSumsFn chosen = CpuHasAvx2() ? AccumulateRowAvx2 : AccumulateRowScalar;
+RowSumsFn RowSumsKernel() {
+  static const RowSumsFn chosen = CpuHasAvx2() ? RowSumsAvx2 : RowSumsScalar;
   return chosen;
 }
 

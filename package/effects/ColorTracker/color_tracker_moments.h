@@ -8,7 +8,7 @@
 // raw per-row sums (Σs, Σxs, Σs², Σxs², Σx²s²), which expand to exactly the
 // same integers as a second pass about the centroid would.
 //
-// Kernels: AccumulateRow* add one row's sums. The scalar version is the
+// Kernels: RowSums* add one row's sums. The scalar version is the
 // reference; the AVX2 version gives identical sums. Without AVX2 the scalar
 // version runs (SSE2 has no 32-bit multiply), and it skips runs of zero
 // scores, which is most of any window.
@@ -29,12 +29,12 @@ struct RowSums {
 
 // Sums of one row of `width` scores, x counted from the row's start.
 using RowSumsFn = RowSums (*)(const uint8_t* scores, int32_t width);
-RowSums AccumulateRowScalar(const uint8_t* scores, int32_t width);
+RowSums RowSumsScalar(const uint8_t* scores, int32_t width);
 // Widths up to kMaxSimdRowWidth: x·s² must fit 31 bits. Wider rows fall back
 // to the scalar version.
 inline constexpr int32_t kMaxSimdRowWidth = 32767;
-RowSums AccumulateRowAvx2(const uint8_t* scores, int32_t width);
-RowSumsFn SelectRowSums();
+RowSums RowSumsAvx2(const uint8_t* scores, int32_t width);
+RowSumsFn RowSumsKernel();
 
 struct Axis {
   int32_t x = 0;

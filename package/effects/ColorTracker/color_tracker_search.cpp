@@ -32,8 +32,8 @@ int32_t ClampToInt(double v, double lo, double hi) {
 }  // namespace
 
 CTracker::CTracker(int32_t width, int32_t height)
-    : width_(std::max(width, 1)), height_(std::max(height, 1)), match_span_(SelectMatchSpan()),
-      row_sums_(SelectRowSums()) {
+    : width_(std::max(width, 1)), height_(std::max(height, 1)), match_span_(MatchSpanKernel()),
+      row_sums_(RowSumsKernel()) {
   size_t count = size_t(width_) * size_t(height_);
   stamps_.assign(count, 0);
   scores_.assign(count, 0);

@@ -90,7 +90,7 @@ TEST(ColorTrackerMatch, ScoreAgreesWithAnIndependentComputationAndToleranceIsCla
       nimbo::MatchParams p = nimbo::ComputeMatchParams(object, asked);
       std::vector<uint32_t> stamps(pixels.size());
       std::vector<uint8_t> scores(pixels.size());
-      nimbo::UpdateMatchSpanScalar(pixels.data(), stamps.data(), scores.data(), int32_t(pixels.size()), 1, p);
+      nimbo::MatchSpanScalar(pixels.data(), stamps.data(), scores.data(), int32_t(pixels.size()), 1, p);
       int mismatches = 0;
       for (size_t i = 0; i < pixels.size(); ++i) {
         int32_t expected = IndependentScore(object, pixels[i], tolerance);
@@ -108,8 +108,8 @@ TEST(ColorTrackerMatch, ScoreAgreesWithAnIndependentComputationAndToleranceIsCla
 
 TEST(ColorTrackerMatch, SimdKernelsEqualTheScalarOneAndKeepStampedScores) {
   std::mt19937 rng(7);
-  std::vector<nimbo::MatchSpanFn> kernels = {nimbo::UpdateMatchSpanScalar, nimbo::UpdateMatchSpanSse2};
-  if (nimbo::CpuHasAvx2()) kernels.push_back(nimbo::UpdateMatchSpanAvx2);
+  std::vector<nimbo::MatchSpanFn> kernels = {nimbo::MatchSpanScalar, nimbo::MatchSpanSse2};
+  if (nimbo::CpuHasAvx2()) kernels.push_back(nimbo::MatchSpanAvx2);
   for (float tolerance : {nimbo::kMinTolerance, 30.0f, nimbo::kMaxTolerance}) {
     nimbo::MatchParams p = nimbo::ComputeMatchParams(kObject, tolerance);
     for (int32_t count : {1, 3, 7, 8, 9, 31, 64, 257, 1001}) {
@@ -168,7 +168,7 @@ TEST(ColorTrackerMoments, OnePassSumsEqualTheDefinitionAndTheSimdRowsEqualTheSca
       if (std::abs(i % w - bx) < 9 && std::abs(i / w - by) < 6) s[i] = uint8_t(150 + rng() % 106);
       else if (rng() % 50 == 0) s[i] = uint8_t(rng());
     }
-    for (nimbo::RowSumsFn fn : {nimbo::AccumulateRowScalar, nimbo::SelectRowSums()}) {
+    for (nimbo::RowSumsFn fn : {nimbo::RowSumsScalar, nimbo::RowSumsKernel()}) {
       nimbo::WindowMoments m = nimbo::ComputeWindowMoments(s.data(), w, w, h, fn);
       EXPECT_EQ((std::array<int64_t, 7>{m.mass, m.cx, m.cy, m.mean, m.mxx, m.mxy, m.myy}),
                 MomentsByDefinition(s, w, h));
@@ -180,7 +180,7 @@ TEST(ColorTrackerMoments, OnePassSumsEqualTheDefinitionAndTheSimdRowsEqualTheSca
     for (int density : {1, 4, 100}) {
       std::vector<uint8_t> row(w);
       for (uint8_t& v : row) v = (rng() % density == 0) ? uint8_t(rng()) : 0;
-      EXPECT_EQ(nimbo::AccumulateRowAvx2(row.data(), w), nimbo::AccumulateRowScalar(row.data(), w)) << w;
+      EXPECT_EQ(nimbo::RowSumsAvx2(row.data(), w), nimbo::RowSumsScalar(row.data(), w)) << w;
     }
   }
 }
@@ -194,7 +194,7 @@ TEST(ColorTrackerMoments, DiscAndEllipseGiveTheirCentreSpreadAndAxes) {
     PaintEllipse(blob, 80, 60, shape.a, shape.b, shape.theta, 0xFFFFFF);
     std::vector<uint8_t> s(blob.pixels.size());
     for (size_t i = 0; i < s.size(); ++i) s[i] = (blob.pixels[i] & 0xFF) ? 200 : 0;
-    nimbo::WindowMoments m = nimbo::ComputeWindowMoments(s.data(), 160, 160, 120, nimbo::AccumulateRowScalar);
+    nimbo::WindowMoments m = nimbo::ComputeWindowMoments(s.data(), 160, 160, 120, nimbo::RowSumsScalar);
     EXPECT_NEAR(m.cx, 80, 1);
     EXPECT_NEAR(m.cy, 60, 1);
     EXPECT_NEAR(std::sqrt(double(m.axes.lambda1)), shape.a / 2, 0.5);
@@ -226,7 +226,7 @@ TEST(ColorTrackerMoments, AxesOfAlignedDiagonalAndEmptyMoments) {
               (std::array<int32_t, 4>{k.a1x, k.a1y, k.a2x, k.a2y}));
   }
   std::vector<uint8_t> zeros(64, 0);
-  nimbo::WindowMoments empty = nimbo::ComputeWindowMoments(zeros.data(), 8, 8, 8, nimbo::AccumulateRowScalar);
+  nimbo::WindowMoments empty = nimbo::ComputeWindowMoments(zeros.data(), 8, 8, 8, nimbo::RowSumsScalar);
   EXPECT_EQ(empty.cx + empty.cy + empty.mean, 0);
 }
 

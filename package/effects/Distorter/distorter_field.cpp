@@ -4,8 +4,8 @@
 
 #include <cmath>
 
-#include "distorter_map.h"
 #include "core/cpu.h"
+#include "distorter_map.h"
 
 namespace nimbo::distorter {
 
@@ -39,8 +39,6 @@ std::vector<FieldLine> PrepareFieldLines(std::span<const LinePair> lines) {
   }
   return out;
 }
-
-namespace {
 
 // ---- scalar reference -------------------------------------------------------------
 
@@ -136,10 +134,9 @@ NIMBO_TARGET_AVX2 void FieldRowAvx2(std::span<const FieldLine> lines, int32_t x0
   FieldRowScalar(lines, x0 + i, y, count - i, sx + i, sy + i);
 }
 
-}  // namespace
-
-FieldRowFn ScalarFieldRow() { return FieldRowScalar; }
-FieldRowFn Avx2FieldRow() { return FieldRowAvx2; }
-FieldRowFn ActiveFieldRow() { return CpuHasAvx2() ? FieldRowAvx2 : FieldRowScalar; }
+FieldRowFn FieldRowKernel() {
+  static const FieldRowFn fn = CpuHasAvx2() ? FieldRowAvx2 : FieldRowScalar;
+  return fn;
+}
 
 }  // namespace nimbo::distorter

@@ -46,10 +46,11 @@ std::vector<FieldLine> PrepareFieldLines(std::span<const LinePair> lines);
 using FieldRowFn = void (*)(std::span<const FieldLine> lines, int32_t x0, int32_t y, int32_t count, double* sx,
                             double* sy);
 
-FieldRowFn ScalarFieldRow();
-// Only valid when CpuHasAvx2().
-FieldRowFn Avx2FieldRow();
-// The best the CPU offers.
-FieldRowFn ActiveFieldRow();
+// The scalar reference.
+void FieldRowScalar(std::span<const FieldLine> lines, int32_t x0, int32_t y, int32_t count, double* sx, double* sy);
+// Call only when CpuHasAvx2().
+void FieldRowAvx2(std::span<const FieldLine> lines, int32_t x0, int32_t y, int32_t count, double* sx, double* sy);
+// The best the CPU offers, chosen once.
+FieldRowFn FieldRowKernel();
 
 }  // namespace nimbo::distorter

@@ -90,7 +90,7 @@ uint32_t PackMapEntry(double sx, double sy, int32_t in_w, int32_t in_h) {
 
 void FieldMorphPoint(std::span<const LinePair> lines, int32_t x, int32_t y, double* sx, double* sy) {
   const std::vector<FieldLine> prepared = PrepareFieldLines(lines);
-  ScalarFieldRow()(prepared, x, y, 1, sx, sy);
+  FieldRowScalar(prepared, x, y, 1, sx, sy);
 }
 
 namespace {
@@ -127,7 +127,7 @@ bool BuildMorphMap(std::span<const LinePair> lines, int32_t grid_w, int32_t grid
   } catch (const std::bad_alloc&) {
     return false;
   }
-  const FieldRowFn row = kernel == MapKernel::kScalar ? ScalarFieldRow() : ActiveFieldRow();
+  const FieldRowFn row = kernel == MapKernel::kScalar ? FieldRowScalar : FieldRowKernel();
   double* upper_scratch = scratch.data();
   double* lower_scratch = scratch.data() + size_t(grid_w) * 2;
   // A second thread pays for itself only when there is real field work;

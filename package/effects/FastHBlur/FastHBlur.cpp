@@ -72,7 +72,7 @@ class CFastHBlurDfx final : public CEffectBase {
     }
     const BoxBlurParams params = MakeBoxBlurParams(radius);
     const int32_t passes = std::clamp(settings_.passes, 1, kMaxPasses);
-    const BoxBlurSpanFn span = BoxBlurSpan();
+    const BoxBlurSpanFn span = BoxBlurSpanKernel();
     uint32_t* const scratch[2] = {scratch_[0].data(), scratch_[1].data()};
     uint32_t* const copies[2] = {row_copy_[0].data(), row_copy_[1].data()};
     // Two rows at a time, the last one alone when the height is odd. A pass

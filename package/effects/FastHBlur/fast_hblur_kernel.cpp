@@ -326,7 +326,7 @@ void BoxBlurSpanAvx2(BoxBlurLane* lanes, int32_t lane_count, size_t n, const Box
   ByStepsAndRadius<PairAvx2Kernel>(lanes[0], params, lanes, n, params);
 }
 
-BoxBlurSpanFn BoxBlurSpan() {
+BoxBlurSpanFn BoxBlurSpanKernel() {
   static const BoxBlurSpanFn fn = CpuHasAvx2() ? BoxBlurSpanAvx2 : BoxBlurSpanSse2;
   return fn;
 }

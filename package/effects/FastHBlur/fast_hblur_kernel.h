@@ -73,7 +73,7 @@ void BoxBlurSpanSse2(BoxBlurLane* lanes, int32_t lane_count, size_t n, const Box
 // pixels of the same one).
 void BoxBlurSpanAvx2(BoxBlurLane* lanes, int32_t lane_count, size_t n, const BoxBlurParams& params);
 // The best version this CPU runs, chosen once.
-BoxBlurSpanFn BoxBlurSpan();
+BoxBlurSpanFn BoxBlurSpanKernel();
 
 // Pixels of scratch each row needs in BoxBlurRows.
 size_t BoxBlurScratchSize(size_t count, int32_t radius);

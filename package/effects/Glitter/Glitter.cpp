@@ -108,7 +108,7 @@ class CGlitterDfx final : public CEffectBase {
 
     // Brightest pixel per cell, one band of cells at a time, from the input
     // (the output is drawn on afterwards, so glints never feed back).
-    const glitter::LumaRowFn luma = glitter::ActiveLumaRow();
+    const glitter::LumaRowFn luma = glitter::LumaRowKernel();
     glints_.clear();
     for (int32_t cy = 0; cy < cells_h_; ++cy) {
       std::fill(best_.begin(), best_.end(), Best{-1, 0, 0});

@@ -31,7 +31,7 @@ void LumaRowSse2(const uint32_t* src, uint8_t* dst, int32_t count) {
   LumaRowScalar(src + i, dst + i, count - i);
 }
 
-LumaRowFn ActiveLumaRow() { return LumaRowSse2; }
+LumaRowFn LumaRowKernel() { return LumaRowSse2; }
 
 namespace {
 inline void AddWhite(uint32_t* frame, int32_t width, int32_t height, int32_t x, int32_t y, int32_t v) {

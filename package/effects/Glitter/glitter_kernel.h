@@ -10,7 +10,7 @@ namespace nimbo::glitter {
 using LumaRowFn = void (*)(const uint32_t* src, uint8_t* dst, int32_t count);
 void LumaRowScalar(const uint32_t* src, uint8_t* dst, int32_t count);
 void LumaRowSse2(const uint32_t* src, uint8_t* dst, int32_t count);
-LumaRowFn ActiveLumaRow();
+LumaRowFn LumaRowKernel();
 
 // The twinkle: a triangle over the 8-bit phase, 0 -> 254 -> 0.
 inline int32_t GlintAmplitude(uint8_t phase) { return phase < 128 ? 2 * phase : 2 * (255 - phase); }

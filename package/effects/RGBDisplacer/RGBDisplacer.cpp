@@ -94,7 +94,7 @@ class CRGBDisplacerDfx final : public CEffectBase {
     // the input, which the host keeps apart from the output. A host that
     // renders in place gets the plain copy.
     if (in->pixels == output->pixels) return 1;
-    const rgb_displacer::ShiftRowFn row = rgb_displacer::ActiveShiftRow();
+    const rgb_displacer::ShiftRowFn row = rgb_displacer::ShiftRowKernel();
     auto source_row = [&](int32_t y, int32_t dy) {
       return in->pixels + size_t(std::clamp(y - dy, 0, h - 1)) * size_t(w);
     };

@@ -37,6 +37,6 @@ void ShiftRowSse2(const ShiftRows& r, uint32_t* dst, int32_t width, int32_t x0, 
   ShiftRowScalar(r, dst, width, x, end - x);
 }
 
-ShiftRowFn ActiveShiftRow() { return ShiftRowSse2; }
+ShiftRowFn ShiftRowKernel() { return ShiftRowSse2; }
 
 }  // namespace nimbo::rgb_displacer

@@ -23,6 +23,6 @@ using ShiftRowFn = void (*)(const ShiftRows& rows, uint32_t* dst, int32_t width,
 void ShiftRowScalar(const ShiftRows& rows, uint32_t* dst, int32_t width, int32_t x0, int32_t count);
 void ShiftRowSse2(const ShiftRows& rows, uint32_t* dst, int32_t width, int32_t x0, int32_t count);
 // The best the CPU offers, chosen once.
-ShiftRowFn ActiveShiftRow();
+ShiftRowFn ShiftRowKernel();
 
 }  // namespace nimbo::rgb_displacer

@@ -127,9 +127,9 @@ class CTimeBlur2Dfx final : public CEffectBase {
     }
     if (index_ >= n) index_ = 0;
     if (packed_) {
-      TimeBlurPackedStep()(in->pixels, output->pixels, ring[index_], reinterpret_cast<uint8_t*>(sum), count, {shift_});
+      TimeBlurPackedStepKernel()(in->pixels, output->pixels, ring[index_], reinterpret_cast<uint8_t*>(sum), count, {shift_});
     } else {
-      TimeBlurStep()(in->pixels, output->pixels, ring[index_], sum, count, {shift_});
+      TimeBlurStepKernel()(in->pixels, output->pixels, ring[index_], sum, count, {shift_});
     }
     index_ = (index_ + 1) % n;
     return 1;
@@ -178,7 +178,7 @@ class CTimeBlur2Dfx final : public CEffectBase {
 
   // The packed sums (see time_blur_kernel.h) take a quarter off the sum's
   // memory traffic; they hold sums of up to 16 frames and need the SIMD step.
-  bool CanPack() const { return shift_ <= kTimeBlurPackedMaxShift && TimeBlurPackedStep() != nullptr; }
+  bool CanPack() const { return shift_ <= kTimeBlurPackedMaxShift && TimeBlurPackedStepKernel() != nullptr; }
 
   static bool AllZero(const void* data, size_t bytes) {
     const auto* p = static_cast<const uint8_t*>(data);

@@ -100,7 +100,7 @@ NIMBO_TARGET_AVX2 void TimeBlurStepAvx2(const uint32_t* src, uint32_t* dst, uint
   StepBytes(s8 + i, d8 + i, r8 + i, sum + i, bytes - i, params.shift);
 }
 
-TimeBlurStepFn TimeBlurStep() {
+TimeBlurStepFn TimeBlurStepKernel() {
   static const TimeBlurStepFn fn = CpuHasAvx2() ? TimeBlurStepAvx2 : TimeBlurStepSse2;
   return fn;
 }
@@ -230,7 +230,7 @@ void TimeBlurPackedStepAvx2(const uint32_t* src, uint32_t* dst, uint32_t* ring, 
                    count - blocks * kTimeBlurPackedBlockPixels, params);
 }
 
-TimeBlurPackedStepFn TimeBlurPackedStep() {
+TimeBlurPackedStepFn TimeBlurPackedStepKernel() {
   static const TimeBlurPackedStepFn fn = CpuHasAvx2() ? TimeBlurPackedStepAvx2 : nullptr;
   return fn;
 }

@@ -31,7 +31,7 @@ void TimeBlurStepSse2(const uint32_t* src, uint32_t* dst, uint32_t* ring, uint16
 void TimeBlurStepAvx2(const uint32_t* src, uint32_t* dst, uint32_t* ring, uint16_t* sum, size_t count,
                       const TimeBlurParams& params);
 // The best version this CPU runs, chosen once.
-TimeBlurStepFn TimeBlurStep();
+TimeBlurStepFn TimeBlurStepKernel();
 
 // The sum of a reset frame: n copies of src added with saturation (n <= 32,
 // so that is exactly n * byte).
@@ -68,7 +68,7 @@ void TimeBlurPackedStepAvx2(const uint32_t* src, uint32_t* dst, uint32_t* ring, 
                             const TimeBlurParams& params);
 // The SIMD packed step when this CPU runs it, else nullptr (there is no SSE2
 // version; TimeBlur2 then keeps the plain sums).
-TimeBlurPackedStepFn TimeBlurPackedStep();
+TimeBlurPackedStepFn TimeBlurPackedStepKernel();
 
 // The packed sums of a reset frame: n copies of src (n <= 16).
 void TimeBlurFillPackedSum(const uint32_t* src, uint8_t* sums, size_t count, int32_t n);
