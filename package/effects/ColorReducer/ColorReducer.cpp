@@ -18,7 +18,8 @@
 //     in the order the keys are written. The table is the only place a key,
 //     its type, default, range, dialog label and dialog view are written.
 //  5. The class C<Name>Dfx, in this order: constructor (ApplyDefaults from
-//     the table) and destructor; Initialize; Render; ReadSettings,
+//     the table) and destructor; GetInputScreenRes where the effect asks for
+//     its own input sizes; Initialize; Render; ReadSettings,
 //     WriteSettings, DeclareHostControls; RunDialog (through the table:
 //     RunSettingsDialog, or SettingsDialog with the effect's own fields
 //     around the rows); then private helpers; then data (settings, derived

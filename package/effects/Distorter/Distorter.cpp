@@ -115,39 +115,6 @@ class CDistorterDfx final : public CEffectBase, public distorter::MorphEditing {
     if (sequence_.index >= morphs_.Count()) sequence_.index = 0;
   }
 
- protected:
-  void ReadSettings(orrery::ConfigStore& store) override {
-    ReadRows<DistorterSettings>(store, kLeadRows, settings_);
-    ReadMorphs(store);
-    ReadRows<DistorterSettings>(store, kTailRows, settings_);
-    sequence_.index = 0;
-  }
-
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteRows<DistorterSettings>(store, kLeadRows, settings_);
-    store.SetInt("n_morphs", morphs_.Count());
-    for (int32_t i = 0; i < morphs_.Count(); ++i) {
-      const Morph& morph = morphs_.At(i);
-      store.SetString(Key("morph%iname", i).c_str(), morph.name.c_str());
-      store.SetFloat(Key("morph%iefrom", i).c_str(), morph.ease_from);
-      store.SetFloat(Key("morph%ieto", i).c_str(), morph.ease_to);
-      store.SetInt(Key("morph%in_lines", i).c_str(), int32_t(morph.lines.size()));
-      for (int32_t j = 0; j < int32_t(morph.lines.size()); ++j) {
-        LinePair pair = morph.lines[size_t(j)];
-        for (int k = 0; k < 8; ++k) store.SetFloat(Key(kLineKeys[k], i, j).c_str(), *LineCoordinate(pair, k));
-      }
-    }
-    WriteRows<DistorterSettings>(store, kTailRows, settings_);
-  }
-
-  void DeclareHostControls() override {
-    // The host's own slider parameters for this control: 100, 20000, 2000.
-    DeclareSlider(kSliderName, &progress_, -1.0f, 1.0f, kMixingSliderParams);
-    DescribeRows<DistorterSettings>(host_context_, kLeadRows);
-    DescribeRows<DistorterSettings>(host_context_, kTailRows);
-  }
-
- public:
   orrery::Size GetInputScreenRes(int32_t index, int32_t width, int32_t height) override {
     std::lock_guard lock(lock_);
     // A proposal of -1 x -1 asks for the default, whatever the settings.
@@ -208,6 +175,37 @@ class CDistorterDfx final : public CEffectBase, public distorter::MorphEditing {
   }
 
  protected:
+  void ReadSettings(orrery::ConfigStore& store) override {
+    ReadRows<DistorterSettings>(store, kLeadRows, settings_);
+    ReadMorphs(store);
+    ReadRows<DistorterSettings>(store, kTailRows, settings_);
+    sequence_.index = 0;
+  }
+
+  void WriteSettings(orrery::ConfigStore& store) override {
+    WriteRows<DistorterSettings>(store, kLeadRows, settings_);
+    store.SetInt("n_morphs", morphs_.Count());
+    for (int32_t i = 0; i < morphs_.Count(); ++i) {
+      const Morph& morph = morphs_.At(i);
+      store.SetString(Key("morph%iname", i).c_str(), morph.name.c_str());
+      store.SetFloat(Key("morph%iefrom", i).c_str(), morph.ease_from);
+      store.SetFloat(Key("morph%ieto", i).c_str(), morph.ease_to);
+      store.SetInt(Key("morph%in_lines", i).c_str(), int32_t(morph.lines.size()));
+      for (int32_t j = 0; j < int32_t(morph.lines.size()); ++j) {
+        LinePair pair = morph.lines[size_t(j)];
+        for (int k = 0; k < 8; ++k) store.SetFloat(Key(kLineKeys[k], i, j).c_str(), *LineCoordinate(pair, k));
+      }
+    }
+    WriteRows<DistorterSettings>(store, kTailRows, settings_);
+  }
+
+  void DeclareHostControls() override {
+    // The host's own slider parameters for this control: 100, 20000, 2000.
+    DeclareSlider(kSliderName, &progress_, -1.0f, 1.0f, kMixingSliderParams);
+    DescribeRows<DistorterSettings>(host_context_, kLeadRows);
+    DescribeRows<DistorterSettings>(host_context_, kTailRows);
+  }
+
   int32_t RunDialog() override {
     DistorterSettings copy;
     int32_t selected;

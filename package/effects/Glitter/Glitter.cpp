@@ -74,26 +74,6 @@ class CGlitterDfx final : public CEffectBase {
     Declare();
   }
 
- protected:
-  void ReadSettings(orrery::ConfigStore& store) override {
-    ReadRows<GlitterSettings>(store, kRows, settings_);
-    cells_w_ = 0;  // lay the cells out again with the new spacing and density
-  }
-  void WriteSettings(orrery::ConfigStore& store) override { WriteRows<GlitterSettings>(store, kRows, settings_); }
-  void DeclareHostControls() override {
-    Declare();
-    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
-    DescribeRows<GlitterSettings>(host_context_, kRows);
-  }
-
-  int32_t RunDialog() override {
-    return RunSettingsDialog<GlitterSettings>("Glitter", HelpPage(), kRows, settings_, lock_, [this] {
-      cells_w_ = 0;
-      Declare();
-    });
-  }
-
- public:
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
     if (!OutputSizeKnown()) return 0;
@@ -135,6 +115,25 @@ class CGlitterDfx final : public CEffectBase {
     const uint8_t step = uint8_t(std::clamp(settings_.speed, 0, 255));
     for (uint8_t& p : phase_) p = uint8_t(p + step);
     return 1;
+  }
+
+ protected:
+  void ReadSettings(orrery::ConfigStore& store) override {
+    ReadRows<GlitterSettings>(store, kRows, settings_);
+    cells_w_ = 0;  // lay the cells out again with the new spacing and density
+  }
+  void WriteSettings(orrery::ConfigStore& store) override { WriteRows<GlitterSettings>(store, kRows, settings_); }
+  void DeclareHostControls() override {
+    Declare();
+    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
+    DescribeRows<GlitterSettings>(host_context_, kRows);
+  }
+
+  int32_t RunDialog() override {
+    return RunSettingsDialog<GlitterSettings>("Glitter", HelpPage(), kRows, settings_, lock_, [this] {
+      cells_w_ = 0;
+      Declare();
+    });
   }
 
  private:

@@ -66,21 +66,6 @@ class CRGBDisplacerDfx final : public CEffectBase {
     Declare();
   }
 
- protected:
-  void ReadSettings(orrery::ConfigStore& store) override { ReadRows<Offsets>(store, kRows, settings_); }
-  void WriteSettings(orrery::ConfigStore& store) override { WriteRows<Offsets>(store, kRows, settings_); }
-  void DeclareHostControls() override {
-    Declare();
-    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
-    DescribeRows<Offsets>(host_context_, kRows);
-  }
-
-  int32_t RunDialog() override {
-    // The new resting offsets become the variables' values.
-    return RunSettingsDialog<Offsets>("RGB Displacer", HelpPage(), kRows, settings_, lock_, [this] { Declare(); });
-  }
-
- public:
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
     if (!OutputSizeKnown()) return 0;
@@ -109,6 +94,20 @@ class CRGBDisplacerDfx final : public CEffectBase {
       row(rows, output->pixels + size_t(y) * size_t(w), w, 0, w);
     }
     return 1;
+  }
+
+ protected:
+  void ReadSettings(orrery::ConfigStore& store) override { ReadRows<Offsets>(store, kRows, settings_); }
+  void WriteSettings(orrery::ConfigStore& store) override { WriteRows<Offsets>(store, kRows, settings_); }
+  void DeclareHostControls() override {
+    Declare();
+    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
+    DescribeRows<Offsets>(host_context_, kRows);
+  }
+
+  int32_t RunDialog() override {
+    // The new resting offsets become the variables' values.
+    return RunSettingsDialog<Offsets>("RGB Displacer", HelpPage(), kRows, settings_, lock_, [this] { Declare(); });
   }
 
  private:

@@ -87,13 +87,6 @@ class CReScaleDfx final : public CEffectBase {
 
   ~CReScaleDfx() override { FreeAll(); }
 
-  // ---- lifecycle ----
-  void ReadSettings(orrery::ConfigStore& store) override { ReadRows<ReScalerSettings>(store, kSettingRows, settings_); }
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteRows<ReScalerSettings>(store, kSettingRows, settings_);
-  }
-  void DeclareHostControls() override { DescribeRows<ReScalerSettings>(host_context_, kSettingRows); }
-
   orrery::Size GetInputScreenRes(int32_t index, int32_t w, int32_t h) override {
     if (w == -1 && h == -1) return CEffectBase::GetInputScreenRes(index, w, h);
     std::lock_guard lock(lock_);
@@ -112,6 +105,7 @@ class CReScaleDfx final : public CEffectBase {
     return {settings_.in_w, settings_.in_h};
   }
 
+  // ---- lifecycle ----
   int32_t Initialize() override {
     std::lock_guard lock(lock_);
     FetchOutputSize();
@@ -186,6 +180,14 @@ class CReScaleDfx final : public CEffectBase {
     engine_->End();
     return presented;
   }
+
+ protected:
+  // ---- settings ----
+  void ReadSettings(orrery::ConfigStore& store) override { ReadRows<ReScalerSettings>(store, kSettingRows, settings_); }
+  void WriteSettings(orrery::ConfigStore& store) override {
+    WriteRows<ReScalerSettings>(store, kSettingRows, settings_);
+  }
+  void DeclareHostControls() override { DescribeRows<ReScalerSettings>(host_context_, kSettingRows); }
 
   // ---- dialog ----
   int32_t RunDialog() override {

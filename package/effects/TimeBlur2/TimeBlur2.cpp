@@ -127,7 +127,8 @@ class CTimeBlur2Dfx final : public CEffectBase {
     }
     if (index_ >= n) index_ = 0;
     if (packed_) {
-      TimeBlurPackedStepKernel()(in->pixels, output->pixels, ring[index_], reinterpret_cast<uint8_t*>(sum), count, {shift_});
+      TimeBlurPackedStepKernel()(in->pixels, output->pixels, ring[index_], reinterpret_cast<uint8_t*>(sum), count,
+                                 {shift_});
     } else {
       TimeBlurStepKernel()(in->pixels, output->pixels, ring[index_], sum, count, {shift_});
     }
