@@ -81,8 +81,8 @@ TEST(ColorTrackerMatch, ScoreAgreesWithAnIndependentComputationAndToleranceIsCla
   std::vector<uint32_t> pixels;
   for (uint32_t c = 0; c < 0x1000000; c += 7) pixels.push_back(0xFF000000u | c);
   for (uint32_t object : {0x0000FFu, kObject, 0xFF0000u, 0x20C040u, 0xE0E020u}) {
-    EXPECT_EQ(nimbo::ComputeMatchParams(object, std::nanf("")).tan_factor,
-              nimbo::ComputeMatchParams(object, 30.0f).tan_factor);
+    // NaN takes the default 30 degrees: 256 / tan(30 * 3.1415925 / 180) = 443.4 -> 443.
+    EXPECT_EQ(nimbo::ComputeMatchParams(object, std::nanf("")).tan_factor, 443);
     // {asked, effective}: out-of-range tolerances clamp, NaN takes the default.
     for (auto [asked, tolerance] : {std::pair{0.0f, nimbo::kMinTolerance}, {10.0f, 10.0f}, {60.0f, 60.0f},
                                     {170.0f, nimbo::kMaxTolerance}}) {

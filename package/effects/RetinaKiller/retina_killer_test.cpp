@@ -148,7 +148,8 @@ TEST(RetinaKiller, SettingsAndSliders) {
   EXPECT_EQ(resistance->maximum, 255.0f);
   EXPECT_EQ(repair->maximum, 64.0f);
   EXPECT_EQ(*resistance->value, 176.0f);
-  EXPECT_EQ(resistance->initial, nimbo::SliderInitialValue(176.0f, 0.0f, 255.0f));
+  // d = 176 - 0 lies above half the range h = 127.5, so it starts at d - h.
+  EXPECT_EQ(resistance->initial, 48.5f);
   EXPECT_EQ(repair->initial, 8.0f);
 
   // Stored values set the sliders; "hide" is kept as it was.
