@@ -154,13 +154,14 @@ std::vector<std::string> Elements(const std::string& html, const std::string& ta
   return inner;
 }
 
-// The rows of every settings table of a page: the tables whose header reads
-// Key, ..., Range, Default.
-std::vector<PageRow> SettingsRows(const std::string& page) {
+// The rows of the page's tables whose header reads `first`, ..., Range,
+// Default: "Key" for the settings tables, "Variable" for the dynamic
+// variables.
+std::vector<PageRow> TableRows(const std::string& page, const std::string& first) {
   std::vector<PageRow> rows;
   for (const std::string& table : Elements(page, "table")) {
     const std::vector<std::string> head = Elements(table, "th");
-    if (head.size() < 3 || head.front() != "Key" || head[head.size() - 2] != "Range" || head.back() != "Default") {
+    if (head.size() < 3 || head.front() != first || head[head.size() - 2] != "Range" || head.back() != "Default") {
       continue;
     }
     for (const std::string& tr : Elements(table, "tr")) {
@@ -207,8 +208,9 @@ bool TakeNumber(std::string_view& text, double& value) {
   return true;
 }
 
-// "MIN … MAX" (or "MIN ... MAX") and nothing else.
-bool ParseRange(std::string_view text, double& minimum, double& maximum) {
+// "MIN … MAX" (or "MIN ... MAX"), and nothing else unless `unit_may_follow`
+// ("0 … 255 levels").
+bool ParseRange(std::string_view text, double& minimum, double& maximum, bool unit_may_follow = false) {
   if (!TakeNumber(text, minimum)) return false;
   SkipSpaces(text);
   if (text.starts_with(kEllipsis))
@@ -218,6 +220,7 @@ bool ParseRange(std::string_view text, double& minimum, double& maximum) {
   else
     return false;
   if (!TakeNumber(text, maximum)) return false;
+  if (unit_may_follow && text.starts_with(' ')) return true;
   SkipSpaces(text);
   return text.empty();
 }
@@ -227,6 +230,17 @@ bool ParseDefault(std::string_view text, double& value) {
   if (!TakeNumber(text, value)) return false;
   SkipSpaces(text);
   return text.empty() || (text.starts_with("(") && text.ends_with(")"));
+}
+
+// A variable's initial value: a number, or the setting it starts from with
+// that setting's default ("the stored radius (4)").
+bool ParseInitial(std::string_view text, double& value) {
+  constexpr std::string_view kStored = "the stored ";
+  if (!text.starts_with(kStored)) return ParseDefault(text, value);
+  const size_t open = text.find('(');
+  if (open == std::string_view::npos || !text.ends_with(")")) return false;
+  text = text.substr(open + 1, text.size() - open - 2);
+  return TakeNumber(text, value) && text.empty();
 }
 
 // Integers must match exactly; floats to the precision a store keeps (six
@@ -305,7 +319,8 @@ TEST(HelpPages, EverySettingsRowGivesTheRangeTheEffectReportsAndTheDefaultItWrit
   int32_t checked_ranges = 0, checked_defaults = 0;
   for (const ImageEffect& e : ImageEffects()) {
     SCOPED_TRACE(e.name);
-    const std::vector<PageRow> rows = SettingsRows(ReadFile(kHelpDir / e.help_page));
+    const std::string page = ReadFile(kHelpDir / e.help_page);
+    const std::vector<PageRow> rows = TableRows(page, "Key");
     std::map<std::string, const PageRow*> row_of;
     for (const PageRow& row : rows) {
       for (const std::string& key : row.keys) row_of.emplace(key, &row);
@@ -370,6 +385,64 @@ TEST(HelpPages, EverySettingsRowGivesTheRangeTheEffectReportsAndTheDefaultItWrit
   EXPECT_GT(checked_defaults, 0);
 }
 
+struct Variable {
+  std::string name;
+  float minimum, maximum, initial;
+};
+
+// The float variables effect `index` declares on a fresh store, and those it
+// declares only with one of its switches on (ChromaKeyPRO's use_dynvars).
+std::vector<Variable> DeclaredVariables(int32_t index) {
+  std::vector<Variable> variables;
+  auto collect = [&](const char* switch_key) {
+    TestHost host;
+    std::unique_ptr<orrery::Effect> effect(orrpkgCreateNewDFXObject(index));
+    effect->SetHostContext(&host);
+    if (switch_key) {
+      host.store.BeginWriting();
+      host.store.SetInt(switch_key, 1);
+    }
+    effect->UpdateConfig();
+    for (const orrery::DynVar* v = host.dynvars; v; v = v->next) {
+      if (!v->declared || v->type != orrery::kDynVarFloat) continue;
+      const bool known =
+          std::any_of(variables.begin(), variables.end(), [&](const Variable& k) { return k.name == v->name; });
+      if (!known) variables.push_back({v->name, v->varmin, v->varmax, v->varinit});
+    }
+    return host.described;
+  };
+  for (const orrery::SettingInfo& info : collect(nullptr)) {
+    if (info.type == orrery::SettingType::kInt && info.minimum == 0 && info.maximum == 1) collect(info.key);
+  }
+  return variables;
+}
+
+TEST(HelpPages, EveryVariableRowGivesTheRangeAndInitialValueTheEffectDeclares) {
+  int32_t checked = 0;
+  for (const ImageEffect& e : ImageEffects()) {
+    SCOPED_TRACE(e.name);
+    const std::vector<PageRow> rows = TableRows(ReadFile(kHelpDir / e.help_page), "Variable");
+    for (const Variable& v : DeclaredVariables(e.index)) {
+      SCOPED_TRACE(v.name);
+      const auto row = std::find_if(rows.begin(), rows.end(), [&](const PageRow& r) {
+        return std::find(r.keys.begin(), r.keys.end(), v.name) != r.keys.end();
+      });
+      if (row == rows.end()) {
+        ADD_FAILURE() << "no row in a dynamic variables table";
+        continue;
+      }
+      double minimum = 0, maximum = 0, initial = 0;
+      EXPECT_TRUE(ParseRange(row->range, minimum, maximum, true) && SameNumber(minimum, v.minimum, true) &&
+                  SameNumber(maximum, v.maximum, true))
+          << "page range \"" << row->range << "\", the effect declares " << v.minimum << " … " << v.maximum;
+      EXPECT_TRUE(ParseInitial(row->def, initial) && SameNumber(initial, v.initial, true))
+          << "page default \"" << row->def << "\", the effect declares " << v.initial;
+      ++checked;
+    }
+  }
+  EXPECT_GT(checked, 0);
+}
+
 // The parsing the check above relies on, on the forms the pages use.
 TEST(HelpPages, RangeAndDefaultCellsParseLeniently) {
   double lo = 0, hi = 0, v = 0;
@@ -390,6 +463,10 @@ TEST(HelpPages, RangeAndDefaultCellsParseLeniently) {
   EXPECT_EQ(v, 0.25);
   EXPECT_FALSE(ParseDefault("(0, 0) and (1, 1)", v));
   EXPECT_FALSE(ParseDefault("4 or 5", v));
+  EXPECT_TRUE(ParseRange("0 \u2026 255 levels", lo, hi, true));
+  EXPECT_EQ(hi, 255);
+  EXPECT_TRUE(ParseInitial("the stored blue_x (\u22124)", v));
+  EXPECT_EQ(v, -4);
   EXPECT_TRUE(SameNumber(0.1, 0.100000, true));
   EXPECT_FALSE(SameNumber(0.1, 0.1001, true));
   EXPECT_FALSE(SameNumber(3, 4, false));
