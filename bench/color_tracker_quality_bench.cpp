@@ -20,24 +20,24 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <numbers>
 #include <string>
 #include <vector>
 
+#include "bench_effects.h"
 #include "color_tracker_scene.h"
-#include "runtime/effect_host.h"
 #include "orrery/effect.h"
 #include "orrery/services.h"
-#include "core/registry.h"
+#include "runtime/effect_host.h"
 
 namespace {
 
 constexpr int32_t kW = 1920, kH = 1080, kFrames = 430;
 constexpr double kRadius = 40;
 constexpr uint32_t kObject = 0x2858D8;
-constexpr int32_t kColorTrackerIndex = 19;
 // The panel that hides the disc: x, y, w, h.
 constexpr int32_t kPanel[4] = {830, 190, 260, 260};
 
@@ -59,8 +59,8 @@ Truth TruthAt(int32_t frame) {
   };
   tr.visible = inside && !overlaps(kRadius + 1);
   bool off_screen = tr.x + kRadius < 0 || tr.x - kRadius > kW - 1;
-  bool behind = tr.x - kRadius >= kPanel[0] && tr.x + kRadius <= kPanel[0] + kPanel[2] &&
-                tr.y - kRadius >= kPanel[1] && tr.y + kRadius <= kPanel[1] + kPanel[3];
+  bool behind = tr.x - kRadius >= kPanel[0] && tr.x + kRadius <= kPanel[0] + kPanel[2] && tr.y - kRadius >= kPanel[1] &&
+                tr.y + kRadius <= kPanel[1] + kPanel[3];
   tr.shown = !off_screen && !behind;
   return tr;
 }
@@ -71,7 +71,11 @@ struct Run {
                       "</data><data name=\"smooth\" type=\"int\">" + std::to_string(smooth) +
                       "</data></ConfigData></Settings>";
     host.Store().Load(doc);
-    effect.reset(nimbo::PackageRegistry().Create(kColorTrackerIndex));
+    effect = nimbo::bench::CreateEffectNamed("ColorTracker");
+    if (!effect) {
+      std::fprintf(stderr, "bench_color_tracker_quality: the package has no ColorTracker\n");
+      std::exit(1);
+    }
     effect->SetHostContext(&host);
     effect->UpdateConfig();
     effect->Initialize();
@@ -85,7 +89,8 @@ struct Run {
       double x = 0, y = 0;
     } xy;
     orrery::VisitOutputValues(
-        effect.get(), [](void* user, const char* name, const char*, float v) {
+        effect.get(),
+        [](void* user, const char* name, const char*, float v) {
           if (std::strcmp(name, "track x") == 0) static_cast<Xy*>(user)->x = (v + 1.0) / 2.0 * kW;
           if (std::strcmp(name, "track y") == 0) static_cast<Xy*>(user)->y = (v + 1.0) / 2.0 * kH;
         },
@@ -95,10 +100,10 @@ struct Run {
   }
   nimbo::host::EffectHost host{kW, kH, 25.0};
   std::unique_ptr<orrery::Effect> effect;
-  std::vector<double> errors;          // fully visible frames, settled
-  std::vector<double> settling;        // fully visible frames before re-acquisition
-  std::vector<int32_t> reacquire;      // frames to re-acquire, per hidden stretch
-  int32_t waiting = -1;                // frames since full reappearance, -1 when not waiting
+  std::vector<double> errors;      // fully visible frames, settled
+  std::vector<double> settling;    // fully visible frames before re-acquisition
+  std::vector<int32_t> reacquire;  // frames to re-acquire, per hidden stretch
+  int32_t waiting = -1;            // frames since full reappearance, -1 when not waiting
 };
 
 void Score(Run& run, const Truth& tr, bool was_hidden, double px, double py) {

@@ -13,13 +13,13 @@
 #include <random>
 #include <vector>
 
+#include "bench_effects.h"
+#include "core/cpu.h"
 #include "fast_hblur_kernel.h"
 #include "retina_killer_kernel.h"
-#include "time_blur_kernel.h"
 #include "runtime/aligned_vector.h"
 #include "runtime/effect_host.h"
-#include "core/cpu.h"
-#include "core/registry.h"
+#include "time_blur_kernel.h"
 
 namespace {
 
@@ -30,8 +30,6 @@ using Buffer = nimbo::host::AlignedVector<T>;
 constexpr int32_t kWidth = 1920;
 constexpr int32_t kHeight = 1080;
 constexpr size_t kPixels = size_t(kWidth) * kHeight;
-
-enum EffectIndex : int32_t { kLoPass = 1, kTimeBlur2 = 2, kFastHBlur = 3, kRetinaKiller = 9, kLowQ = 23 };
 
 struct Frames {
   Frames() : a(kPixels), b(kPixels), out(kPixels) {
@@ -88,13 +86,16 @@ void BM_FrameCopyStreaming(benchmark::State& state) {
 }
 BENCHMARK(BM_FrameCopyStreaming)->Unit(benchmark::kMillisecond);
 
-// Renders alternating frames through effect `index`; `setup` adjusts the
-// effect's controls after its configuration exchange.
+// Renders alternating frames through the effect named `name`; `setup`
+// adjusts the effect's controls after its configuration exchange. Frames
+// rendered before the timed loop take the first frames' allocations out of
+// the figure.
 template <class Setup>
-void RunEffect(benchmark::State& state, int32_t index, Setup setup) {
+void RunEffect(benchmark::State& state, const char* name, Setup setup) {
   Frames& f = TestFrames();
   nimbo::host::EffectHost host(kWidth, kHeight, 25.0);
-  std::unique_ptr<orrery::Effect> fx(nimbo::PackageRegistry().Create(index));
+  std::unique_ptr<orrery::Effect> fx = nimbo::bench::CreateEffectNamed(name);
+  if (!fx) return state.SkipWithError("no such effect");
   fx->SetHostContext(&host);
   fx->UpdateConfig();
   fx->Initialize();
@@ -102,37 +103,42 @@ void RunEffect(benchmark::State& state, int32_t index, Setup setup) {
   orrery::Screen a{kWidth, kHeight, f.a.data()}, b{kWidth, kHeight, f.b.data()};
   orrery::Screen out{kWidth, kHeight, f.out.data()};
   int64_t frame = 0;
-  for (auto _ : state) {
+  auto render = [&] {
     const orrery::Screen* input = (frame++ & 1) ? &b : &a;
     orrery::InputList inputs{&input, 1};
-    if (!fx->Render(inputs, &out)) state.SkipWithError("Render failed");
+    return fx->Render(inputs, &out) != 0;
+  };
+  nimbo::bench::WarmUp(render);
+  for (auto _ : state) {
+    if (!render()) state.SkipWithError("Render failed");
     benchmark::ClobberMemory();
   }
 }
 
 void BM_TimeBlur2_n8(benchmark::State& state) {
-  RunEffect(state, kTimeBlur2, [](nimbo::host::EffectHost&) {});  // n = 8 is the default
+  RunEffect(state, "TimeBlur2", [](nimbo::host::EffectHost&) {});  // n = 8 is the default
 }
 BENCHMARK(BM_TimeBlur2_n8)->Unit(benchmark::kMillisecond);
 
 void BM_RetinaKiller(benchmark::State& state) {
-  RunEffect(state, kRetinaKiller, [](nimbo::host::EffectHost&) {});
+  RunEffect(state, "Retina Killer", [](nimbo::host::EffectHost&) {});
 }
 BENCHMARK(BM_RetinaKiller)->Unit(benchmark::kMillisecond);
 
 void BM_LowQ_defaults(benchmark::State& state) {
-  RunEffect(state, kLowQ, [](nimbo::host::EffectHost&) {});
+  RunEffect(state, "LowQ", [](nimbo::host::EffectHost&) {});
 }
 BENCHMARK(BM_LowQ_defaults)->Unit(benchmark::kMillisecond);
 
 void BM_LoPass(benchmark::State& state) {
-  RunEffect(state, kLoPass, [](nimbo::host::EffectHost&) {});
+  RunEffect(state, "LoPass", [](nimbo::host::EffectHost&) {});
 }
 BENCHMARK(BM_LoPass)->Unit(benchmark::kMillisecond);
 
 void BM_FastHBlur(benchmark::State& state) {
   const float radius = float(state.range(0));
-  RunEffect(state, kFastHBlur, [radius](nimbo::host::EffectHost& host) { host.FindDynVar("Radius")->value = radius; });
+  RunEffect(state, "Fast h-Blur",
+            [radius](nimbo::host::EffectHost& host) { host.FindDynVar("Radius")->value = radius; });
 }
 BENCHMARK(BM_FastHBlur)->Arg(1)->Arg(8)->Arg(64)->Arg(100)->Arg(101)->Arg(255)->Unit(benchmark::kMillisecond);
 

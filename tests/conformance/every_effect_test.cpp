@@ -1,15 +1,21 @@
 // Every registered effect, through the host's calling order, over awkward
 // frame sizes and several frames: it must stay inside its output, leave its
 // inputs alone, and give the same pictures for the same inputs and seed.
-// (Run under the asan preset, this is also the package's crash test.)
+// Every setting an effect describes to its host is also tried at each end of
+// its range. (Run under the asan preset, this is also the package's crash
+// test.)
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
+#include <climits>
+#include <cmath>
 #include <memory>
+#include <string>
 #include <vector>
 
-#include "orrery/package.h"
 #include "core/platform.h"
+#include "orrery/package.h"
 #include "test_host.h"
 
 namespace {
@@ -28,7 +34,9 @@ struct GuardedScreen {
     std::fill(screen.pixels, screen.pixels + screen.PixelCount(), 0u);
   }
   bool GuardsIntact() const {
-    auto intact = [](auto first, auto last) { return std::all_of(first, last, [](uint32_t w) { return w == kCanary; }); };
+    auto intact = [](auto first, auto last) {
+      return std::all_of(first, last, [](uint32_t w) { return w == kCanary; });
+    };
     return intact(words.begin(), words.begin() + kGuardWords) && intact(words.end() - kGuardWords, words.end());
   }
   std::vector<uint32_t> Pixels() const { return {screen.pixels, screen.pixels + screen.PixelCount()}; }
@@ -42,13 +50,31 @@ struct RunResult {
   bool inputs_intact = true;
 };
 
+// One stored setting written into the store before the effect reads it.
+struct Override {
+  std::string key;
+  orrery::SettingType type = orrery::SettingType::kInt;
+  double value = 0;
+};
+
+// A stored ConfigData with this one key: the effect reads it and keeps its
+// defaults for everything else.
+void StoreOnly(TestHost& host, const Override& setting) {
+  host.store.BeginWriting();
+  if (setting.type == orrery::SettingType::kInt)
+    host.store.SetInt(setting.key.c_str(), int32_t(setting.value));
+  else
+    host.store.SetFloat(setting.key.c_str(), float(setting.value));
+}
+
 // Drives one fresh effect the way a host does and keeps every output frame.
-RunResult RenderSequence(int32_t index, int32_t w, int32_t h, int frames) {
+RunResult RenderSequence(int32_t index, int32_t w, int32_t h, int frames, const Override* setting = nullptr) {
   RunResult run;
   TestHost host(w, h);
   std::unique_ptr<orrery::Effect> effect(orrpkgCreateNewDFXObject(index));
   if (!effect) return run;
   effect->SetHostContext(&host);
+  if (setting) StoreOnly(host, *setting);
   effect->UpdateConfig();
   std::vector<OwnedScreen> inputs;
   for (int32_t i = 0; i < effect->GetInputCount(); ++i) {
@@ -76,11 +102,52 @@ RunResult RenderSequence(int32_t index, int32_t w, int32_t h, int frames) {
   return run;
 }
 
-class EveryEffect : public ::testing::TestWithParam<int32_t> {};
+// What an effect given `setting` in its store writes for that key when it
+// is later handed a fresh store (as a host saving a preset does).
+double ValueTheEffectKeeps(int32_t index, const Override& setting) {
+  TestHost host, fresh;
+  std::unique_ptr<orrery::Effect> effect(orrpkgCreateNewDFXObject(index));
+  effect->SetHostContext(&host);
+  StoreOnly(host, setting);
+  effect->UpdateConfig();
+  effect->SetHostContext(&fresh);
+  effect->UpdateConfig();
+  return setting.type == orrery::SettingType::kInt ? double(fresh.store.GetInt(setting.key.c_str(), INT32_MIN))
+                                                   : double(fresh.store.GetFloat(setting.key.c_str(), std::nanf("")));
+}
+
+// The package's effects by name (as `nimbo list` shows them), in registry
+// order; each test finds its effect by that name.
+std::vector<std::string> EffectNames() {
+  std::vector<std::string> names;
+  for (int32_t i = 0; i < orrpkgGetSize(); ++i) {
+    std::unique_ptr<orrery::Effect> effect(orrpkgCreateNewDFXObject(i));
+    const std::string full = effect ? effect->GetName() : "";
+    names.push_back(full.substr(full.rfind('\\') + 1));
+  }
+  return names;
+}
+
+std::string TestNameOf(const ::testing::TestParamInfo<std::string>& info) {
+  std::string name;
+  for (char c : info.param) {
+    if (std::isalnum(static_cast<unsigned char>(c))) name += c;
+  }
+  return name;
+}
+
+class EveryEffect : public ::testing::TestWithParam<std::string> {
+ protected:
+  void SetUp() override {
+    index_ = nimbo::testing::EffectIndex(GetParam().c_str());
+    ASSERT_GE(index_, 0) << GetParam();
+  }
+  int32_t index_ = -1;
+};
 
 TEST_P(EveryEffect, StaysInsideItsOutputLeavesInputsAloneAndRepeatsItself) {
   MessageCapture messages;  // effects that cannot reach the 3D engine say so here
-  const int32_t index = GetParam();
+  const int32_t index = index_;
   const orrery::Size sizes[] = {{1, 1}, {2, 3}, {17, 9}, {64, 48}, {5, 1}, {1, 7}};
   for (orrery::Size size : sizes) {
     SCOPED_TRACE(::testing::Message() << size.width << "x" << size.height);
@@ -94,7 +161,7 @@ TEST_P(EveryEffect, StaysInsideItsOutputLeavesInputsAloneAndRepeatsItself) {
 
 TEST_P(EveryEffect, DrawsNothingBeforeInitializeAndSurvivesOddInputs) {
   MessageCapture messages;
-  const int32_t index = GetParam();
+  const int32_t index = index_;
   TestHost host(32, 24);
   std::unique_ptr<orrery::Effect> effect(orrpkgCreateNewDFXObject(index));
   ASSERT_NE(effect, nullptr);
@@ -127,6 +194,40 @@ TEST_P(EveryEffect, DrawsNothingBeforeInitializeAndSurvivesOddInputs) {
   EXPECT_TRUE(small.GuardsIntact());
 }
 
-INSTANTIATE_TEST_SUITE_P(Package, EveryEffect, ::testing::Range(0, 24));
+TEST_P(EveryEffect, RunsWithEachDescribedSettingAtEitherEndOfItsRange) {
+  MessageCapture messages;
+  const int32_t index = index_;
+  TestHost probe;
+  std::unique_ptr<orrery::Effect> effect(orrpkgCreateNewDFXObject(index));
+  ASSERT_NE(effect, nullptr);
+  effect->SetHostContext(&probe);
+  effect->UpdateConfig();
+  for (const orrery::SettingInfo& info : probe.described) {
+    if (info.type != orrery::SettingType::kInt && info.type != orrery::SettingType::kFloat) continue;
+    for (double value : {info.minimum, info.maximum}) {
+      SCOPED_TRACE(::testing::Message() << info.key << " = " << value);
+      const Override setting{info.key, info.type, value};
+      // Floats are kept to six decimals.
+      EXPECT_NEAR(ValueTheEffectKeeps(index, setting), value, 1e-6 * std::max(1.0, std::fabs(value)))
+          << "the setting did not reach the effect";
+      RunResult first = RenderSequence(index, 13, 7, 3, &setting);
+      RunResult second = RenderSequence(index, 13, 7, 3, &setting);
+      ASSERT_EQ(first.frames.size(), 3u);
+      EXPECT_TRUE(first.guards_intact) << "wrote outside the output screen";
+      EXPECT_TRUE(first.inputs_intact) << "changed an input screen";
+      EXPECT_EQ(first.frames, second.frames) << "same inputs, seed and setting, different pictures";
+    }
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Package, EveryEffect, ::testing::ValuesIn(EffectNames()), TestNameOf);
+
+TEST(EveryEffectNames, CoverTheWholeRegistryAndAreUnique) {
+  const std::vector<std::string> names = EffectNames();
+  EXPECT_EQ(int32_t(names.size()), orrpkgGetSize());
+  for (size_t i = 0; i < names.size(); ++i) {
+    EXPECT_EQ(nimbo::testing::EffectIndex(names[i].c_str()), int32_t(i)) << names[i];
+  }
+}
 
 }  // namespace

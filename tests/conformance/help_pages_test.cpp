@@ -3,22 +3,32 @@
 // publishes. Keys, dynamic variables, sliders and published outputs are the
 // names a user types (in --set, --dyn, presets) or reads (--values), so a
 // page must show each of them as code: <code>name</code>, HTML-escaped.
+// Each setting's row in the page's settings table must give the range the
+// effect reports to its host and the default a fresh effect writes, so the
+// page cannot drift from the effect.
 // The pages' own links (index, stylesheet, back links) must resolve inside
 // the help folder. 3D effects have no pages yet and are left out.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
+#include "core/effect_base.h"
+#include "framework/config_data.h"
+#include "framework/xml_document.h"
 #include "orrery/package.h"
 #include "orrery/services.h"
-#include "framework/config_data.h"
-#include "core/effect_base.h"
-#include "framework/xml_document.h"
 #include "test_host.h"
 
 namespace {
@@ -40,10 +50,14 @@ std::string ReadFile(const fs::path& path) {
 std::string HtmlEscaped(const std::string& text) {
   std::string out;
   for (char c : text) {
-    if (c == '&') out += "&amp;";
-    else if (c == '<') out += "&lt;";
-    else if (c == '>') out += "&gt;";
-    else out += c;
+    if (c == '&')
+      out += "&amp;";
+    else if (c == '<')
+      out += "&lt;";
+    else if (c == '>')
+      out += "&gt;";
+    else
+      out += c;
   }
   return out;
 }
@@ -52,16 +66,22 @@ bool ShowsAsCode(const std::string& page, const std::string& name) {
   return page.find("<code>" + HtmlEscaped(name) + "</code>") != std::string::npos;
 }
 
-// The "name" attributes of the "data" elements of the store's ConfigData;
-// false when the document has no ConfigData block at all.
-bool StoredKeys(const std::string& document, std::vector<std::string>& keys) {
+struct StoredValue {
+  std::string key;
+  std::string type;  // "int", "float", "string", "path"
+  std::string text;
+};
+
+// The "data" elements of the store's ConfigData, in order; false when the
+// document has no ConfigData block at all.
+bool StoredValues(const std::string& document, std::vector<StoredValue>& values) {
   nimbo::XmlDocument doc;
   if (!doc.SetDoc(document) || !doc.FindElem(nimbo::kSettingsElem) || !doc.FindChildElem(nimbo::kConfigDataElem)) {
     return false;
   }
   doc.IntoElem();
   doc.IntoElem();
-  while (doc.FindElem("data")) keys.push_back(doc.GetAttrib("name"));
+  while (doc.FindElem("data")) values.push_back({doc.GetAttrib("name"), doc.GetAttrib("type"), doc.GetData()});
   return true;
 }
 
@@ -85,6 +105,149 @@ std::vector<std::string> LocalLinks(const std::string& page) {
     }
   }
   return links;
+}
+
+// One row of a page's settings table: the keys its first cell shows as code,
+// and the text of its Range and Default cells (the last two), tags removed.
+struct PageRow {
+  std::vector<std::string> keys;
+  std::string range;
+  std::string def;
+};
+
+std::string HtmlUnescaped(std::string text) {
+  for (const auto& [entity, c] : {std::pair{"&lt;", "<"}, std::pair{"&gt;", ">"}, std::pair{"&amp;", "&"}}) {
+    for (size_t at = text.find(entity); at != std::string::npos; at = text.find(entity, at + 1)) {
+      text.replace(at, std::string(entity).size(), c);
+    }
+  }
+  return text;
+}
+
+std::string WithoutTags(const std::string& html) {
+  std::string text;
+  bool in_tag = false;
+  for (char c : html) {
+    if (c == '<')
+      in_tag = true;
+    else if (c == '>')
+      in_tag = false;
+    else if (!in_tag)
+      text += c;
+  }
+  return HtmlUnescaped(text);
+}
+
+// The inner HTML of each `<tag ...>...</tag>` in `html`, in order (no nesting).
+std::vector<std::string> Elements(const std::string& html, const std::string& tag) {
+  std::vector<std::string> inner;
+  const std::string open = "<" + tag, close = "</" + tag + ">";
+  for (size_t at = html.find(open); at != std::string::npos; at = html.find(open, at + 1)) {
+    const char after = at + open.size() < html.size() ? html[at + open.size()] : '\0';
+    if (after != '>' && after != ' ') continue;  // <th> is not <thead>
+    const size_t start = html.find('>', at);
+    const size_t end = html.find(close, start);
+    if (start == std::string::npos || end == std::string::npos) break;
+    inner.push_back(html.substr(start + 1, end - start - 1));
+    at = end;
+  }
+  return inner;
+}
+
+// The rows of the page's tables whose header reads `first`, ..., Range,
+// Default: "Key" for the settings tables, "Variable" for the dynamic
+// variables.
+std::vector<PageRow> TableRows(const std::string& page, const std::string& first) {
+  std::vector<PageRow> rows;
+  for (const std::string& table : Elements(page, "table")) {
+    const std::vector<std::string> head = Elements(table, "th");
+    if (head.size() < 3 || head.front() != first || head[head.size() - 2] != "Range" || head.back() != "Default") {
+      continue;
+    }
+    for (const std::string& tr : Elements(table, "tr")) {
+      const std::vector<std::string> cells = Elements(tr, "td");
+      if (cells.size() != head.size()) continue;  // the header row
+      PageRow row{{}, WithoutTags(cells[cells.size() - 2]), WithoutTags(cells.back())};
+      for (const std::string& code : Elements(cells.front(), "code")) row.keys.push_back(HtmlUnescaped(code));
+      rows.push_back(row);
+    }
+  }
+  return rows;
+}
+
+constexpr std::string_view kMinus = "\u2212";     // how the pages write a negative number
+constexpr std::string_view kEllipsis = "\u2026";  // between the ends of a range
+
+void SkipSpaces(std::string_view& text) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\n' || text.front() == '\t')) text.remove_prefix(1);
+}
+
+// Reads a number from the front of `text`: decimal, or hexadecimal "0x...",
+// with an optional sign ('-' or the Unicode minus). False when none is there.
+bool TakeNumber(std::string_view& text, double& value) {
+  SkipSpaces(text);
+  bool negative = false;
+  if (text.starts_with(kMinus)) {
+    negative = true;
+    text.remove_prefix(kMinus.size());
+  } else if (text.starts_with("-")) {
+    negative = true;
+    text.remove_prefix(1);
+  }
+  const std::string rest(text);
+  char* end = nullptr;
+  if (rest.starts_with("0x") || rest.starts_with("0X")) {
+    value = double(std::strtoull(rest.c_str() + 2, &end, 16));
+    if (end == rest.c_str() + 2) return false;
+  } else {
+    if (rest.empty() || !(std::isdigit(static_cast<unsigned char>(rest[0])) || rest[0] == '.')) return false;
+    value = std::strtod(rest.c_str(), &end);
+  }
+  text.remove_prefix(size_t(end - rest.c_str()));
+  if (negative) value = -value;
+  return true;
+}
+
+// "MIN … MAX" (or "MIN ... MAX"), and nothing else unless `unit_may_follow`
+// ("0 … 255 levels").
+bool ParseRange(std::string_view text, double& minimum, double& maximum, bool unit_may_follow = false) {
+  if (!TakeNumber(text, minimum)) return false;
+  SkipSpaces(text);
+  if (text.starts_with(kEllipsis))
+    text.remove_prefix(kEllipsis.size());
+  else if (text.starts_with("..."))
+    text.remove_prefix(3);
+  else
+    return false;
+  if (!TakeNumber(text, maximum)) return false;
+  if (unit_may_follow && text.starts_with(' ')) return true;
+  SkipSpaces(text);
+  return text.empty();
+}
+
+// A number, optionally followed by an explanation in parentheses.
+bool ParseDefault(std::string_view text, double& value) {
+  if (!TakeNumber(text, value)) return false;
+  SkipSpaces(text);
+  return text.empty() || (text.starts_with("(") && text.ends_with(")"));
+}
+
+// A variable's initial value: a number, or the setting it starts from with
+// that setting's default ("the stored radius (4)").
+bool ParseInitial(std::string_view text, double& value) {
+  constexpr std::string_view kStored = "the stored ";
+  if (!text.starts_with(kStored)) return ParseDefault(text, value);
+  const size_t open = text.find('(');
+  if (open == std::string_view::npos || !text.ends_with(")")) return false;
+  text = text.substr(open + 1, text.size() - open - 2);
+  return TakeNumber(text, value) && text.empty();
+}
+
+// Integers must match exactly; floats to the precision a store keeps (six
+// decimals) and the digits a page shows.
+bool SameNumber(double page, double effect, bool is_float) {
+  if (!is_float) return page == effect;
+  return std::fabs(page - effect) <= 1e-6 * std::max(1.0, std::fabs(effect));
 }
 
 struct ImageEffect {
@@ -128,9 +291,10 @@ TEST(HelpPages, EveryImageEffectHasAPageThatDocumentsWhatItStoresAndPublishes) {
     effect->SetHostContext(&host);
     effect->UpdateConfig();
 
-    std::vector<std::string> keys;
-    EXPECT_TRUE(StoredKeys(host.store.Text(), keys)) << host.store.Text();
-    for (const std::string& key : keys) {
+    std::vector<StoredValue> values;
+    EXPECT_TRUE(StoredValues(host.store.Text(), values)) << host.store.Text();
+    for (const StoredValue& value : values) {
+      const std::string& key = value.key;
       // Keys with an index formatted in ("alphamap_0_x", "dyn0min",
       // "morph0name") are documented by their pattern ("alphamap_%i_x").
       if (HasDigit(key)) continue;
@@ -149,6 +313,163 @@ TEST(HelpPages, EveryImageEffectHasAPageThatDocumentsWhatItStoresAndPublishes) {
     for (const std::string& output : outputs) EXPECT_TRUE(ShowsAsCode(page, output)) << "output " << output;
   }
   EXPECT_GT(checked_keys, 0) << "no settings key was found in any store";
+}
+
+TEST(HelpPages, EverySettingsRowGivesTheRangeTheEffectReportsAndTheDefaultItWrites) {
+  int32_t checked_ranges = 0, checked_defaults = 0;
+  for (const ImageEffect& e : ImageEffects()) {
+    SCOPED_TRACE(e.name);
+    const std::string page = ReadFile(kHelpDir / e.help_page);
+    const std::vector<PageRow> rows = TableRows(page, "Key");
+    std::map<std::string, const PageRow*> row_of;
+    for (const PageRow& row : rows) {
+      for (const std::string& key : row.keys) row_of.emplace(key, &row);
+    }
+
+    TestHost host;
+    std::unique_ptr<orrery::Effect> effect(orrpkgCreateNewDFXObject(e.index));
+    ASSERT_TRUE(effect);
+    effect->SetHostContext(&host);
+    effect->UpdateConfig();
+    std::vector<StoredValue> values;
+    StoredValues(host.store.Text(), values);
+    std::map<std::string, const StoredValue*> stored;
+    for (const StoredValue& value : values) stored.emplace(value.key, &value);
+
+    for (const orrery::SettingInfo& info : host.described) {
+      SCOPED_TRACE(info.key);
+      const bool numeric = info.type == orrery::SettingType::kInt || info.type == orrery::SettingType::kFloat;
+      EXPECT_TRUE(stored.count(info.key)) << "described but not written by a fresh effect";
+      const auto found = row_of.find(info.key);
+      if (found == row_of.end()) {
+        ADD_FAILURE() << "no row in the settings table";
+        continue;
+      }
+      if (!numeric) continue;
+      double minimum = 0, maximum = 0;
+      if (!ParseRange(found->second->range, minimum, maximum)) {
+        ADD_FAILURE() << "range cell \"" << found->second->range << "\" is not MIN … MAX";
+        continue;
+      }
+      const bool is_float = info.type == orrery::SettingType::kFloat;
+      EXPECT_TRUE(SameNumber(minimum, info.minimum, is_float))
+          << "page minimum " << minimum << ", effect " << info.minimum;
+      EXPECT_TRUE(SameNumber(maximum, info.maximum, is_float))
+          << "page maximum " << maximum << ", effect " << info.maximum;
+      ++checked_ranges;
+    }
+
+    for (const StoredValue& value : values) {
+      // Keys with an index formatted in are documented by their pattern and
+      // their default in words ("(0, 0) and (1, 1)").
+      if (HasDigit(value.key)) continue;
+      SCOPED_TRACE(value.key);
+      const auto found = row_of.find(value.key);
+      if (found == row_of.end()) {
+        ADD_FAILURE() << "written by a fresh effect but no row in the settings table";
+        continue;
+      }
+      if (value.type != "int" && value.type != "float") continue;
+      double shown = 0;
+      if (!ParseDefault(found->second->def, shown)) {
+        ADD_FAILURE() << "default cell \"" << found->second->def << "\" is not a number";
+        continue;
+      }
+      const double written = std::strtod(value.text.c_str(), nullptr);
+      EXPECT_TRUE(SameNumber(shown, written, value.type == "float"))
+          << "page default " << found->second->def << ", a fresh effect writes " << value.text;
+      ++checked_defaults;
+    }
+  }
+  EXPECT_GT(checked_ranges, 0);
+  EXPECT_GT(checked_defaults, 0);
+}
+
+struct Variable {
+  std::string name;
+  float minimum, maximum, initial;
+};
+
+// The float variables effect `index` declares on a fresh store, and those it
+// declares only with one of its switches on (ChromaKeyPRO's use_dynvars).
+std::vector<Variable> DeclaredVariables(int32_t index) {
+  std::vector<Variable> variables;
+  auto collect = [&](const char* switch_key) {
+    TestHost host;
+    std::unique_ptr<orrery::Effect> effect(orrpkgCreateNewDFXObject(index));
+    effect->SetHostContext(&host);
+    if (switch_key) {
+      host.store.BeginWriting();
+      host.store.SetInt(switch_key, 1);
+    }
+    effect->UpdateConfig();
+    for (const orrery::DynVar* v = host.dynvars; v; v = v->next) {
+      if (!v->declared || v->type != orrery::kDynVarFloat) continue;
+      const bool known =
+          std::any_of(variables.begin(), variables.end(), [&](const Variable& k) { return k.name == v->name; });
+      if (!known) variables.push_back({v->name, v->varmin, v->varmax, v->varinit});
+    }
+    return host.described;
+  };
+  for (const orrery::SettingInfo& info : collect(nullptr)) {
+    if (info.type == orrery::SettingType::kInt && info.minimum == 0 && info.maximum == 1) collect(info.key);
+  }
+  return variables;
+}
+
+TEST(HelpPages, EveryVariableRowGivesTheRangeAndInitialValueTheEffectDeclares) {
+  int32_t checked = 0;
+  for (const ImageEffect& e : ImageEffects()) {
+    SCOPED_TRACE(e.name);
+    const std::vector<PageRow> rows = TableRows(ReadFile(kHelpDir / e.help_page), "Variable");
+    for (const Variable& v : DeclaredVariables(e.index)) {
+      SCOPED_TRACE(v.name);
+      const auto row = std::find_if(rows.begin(), rows.end(), [&](const PageRow& r) {
+        return std::find(r.keys.begin(), r.keys.end(), v.name) != r.keys.end();
+      });
+      if (row == rows.end()) {
+        ADD_FAILURE() << "no row in a dynamic variables table";
+        continue;
+      }
+      double minimum = 0, maximum = 0, initial = 0;
+      EXPECT_TRUE(ParseRange(row->range, minimum, maximum, true) && SameNumber(minimum, v.minimum, true) &&
+                  SameNumber(maximum, v.maximum, true))
+          << "page range \"" << row->range << "\", the effect declares " << v.minimum << " … " << v.maximum;
+      EXPECT_TRUE(ParseInitial(row->def, initial) && SameNumber(initial, v.initial, true))
+          << "page default \"" << row->def << "\", the effect declares " << v.initial;
+      ++checked;
+    }
+  }
+  EXPECT_GT(checked, 0);
+}
+
+// The parsing the check above relies on, on the forms the pages use.
+TEST(HelpPages, RangeAndDefaultCellsParseLeniently) {
+  double lo = 0, hi = 0, v = 0;
+  EXPECT_TRUE(ParseRange("0 \u2026 0xFFFFFF", lo, hi));
+  EXPECT_EQ(lo, 0);
+  EXPECT_EQ(hi, 16777215);
+  EXPECT_TRUE(ParseRange("\u2212256 \u2026 256", lo, hi));
+  EXPECT_EQ(lo, -256);
+  EXPECT_TRUE(ParseRange("\u22123.1415927 ... 3.1415927", lo, hi));
+  EXPECT_DOUBLE_EQ(hi, 3.1415927);
+  EXPECT_FALSE(ParseRange("\u2014", lo, hi));
+  EXPECT_FALSE(ParseRange("0 \u2026 1 frames", lo, hi));
+  EXPECT_TRUE(ParseDefault("0x0000FF (255, pure blue)", v));
+  EXPECT_EQ(v, 255);
+  EXPECT_TRUE(ParseDefault("\u22124", v));
+  EXPECT_EQ(v, -4);
+  EXPECT_TRUE(ParseDefault("0.25", v));
+  EXPECT_EQ(v, 0.25);
+  EXPECT_FALSE(ParseDefault("(0, 0) and (1, 1)", v));
+  EXPECT_FALSE(ParseDefault("4 or 5", v));
+  EXPECT_TRUE(ParseRange("0 \u2026 255 levels", lo, hi, true));
+  EXPECT_EQ(hi, 255);
+  EXPECT_TRUE(ParseInitial("the stored blue_x (\u22124)", v));
+  EXPECT_EQ(v, -4);
+  EXPECT_TRUE(SameNumber(0.1, 0.100000, true));
+  EXPECT_FALSE(SameNumber(0.1, 0.1001, true));
+  EXPECT_FALSE(SameNumber(3, 4, false));
 }
 
 TEST(HelpPages, TheIndexLinksEveryPageAndNoLinkIsBroken) {

@@ -7,10 +7,10 @@
 #include <set>
 #include <string>
 
-#include "orrery/package.h"
-#include "orrery/services.h"
 #include "core/effect_base.h"
 #include "core/registry.h"
+#include "orrery/package.h"
+#include "orrery/services.h"
 #include "test_host.h"
 
 namespace {
@@ -71,6 +71,7 @@ struct Expected {
 };
 
 // The index order and descriptions a host sees.
+// clang-format off
 const Expected kExpected[] = {
     {"nimbo one\\ReScaler", "Effect,XYZ,", {"RGB Bitmap"}, "", 0x002438315E35C1B9ull},
     {"nimbo one\\LoPass", "Effect,Filter,", {"RGB Bitmap"}, "", 0x0169E4AAD24247DCull},
@@ -107,6 +108,7 @@ const Expected kExpected[] = {
      0x00257041DE3B1333ull},
     {"nimbo one\\LowQ", "Effect,Filter,", {"RGB Bitmap"}, "", 0x002524C785F2E5E5ull},
 };
+// clang-format on
 
 TEST(Registry, HandsOutTheEffectsInIndexOrderWithTheirDescriptions) {
   ASSERT_EQ(orrpkgGetSize(), 24);
@@ -175,11 +177,29 @@ TEST(Registry, DropsRegistrationsPastItsCapacitySilently) {
   EXPECT_EQ(registry->Create(-1), nullptr);
 }
 
-TEST(PackageInfo, EndsInTheServicePackTagAndSetsTheHelpPath) {
+// A settings service whose plug-ins folder the test chooses.
+class PluginsFolder final : public orrery::CSettingsManager {
+ public:
+  PluginsFolder() { orrery::SetSettingsManager(this); }
+  ~PluginsFolder() { orrery::SetSettingsManager(nullptr); }
+  std::string GetPluginsPath() override { return folder; }
+  std::string GetBinPath() override { return "."; }
+  std::string GetRecentPath() override { return ""; }
+  void SetRecentPath(const std::string&) override {}
+  std::string folder;
+};
+
+TEST(PackageInfo, EndsInTheServicePackTagAndSetsTheHelpPathOnEveryCall) {
+  PluginsFolder plugins;
+  plugins.folder = "/opt/orrery/plugins";
   std::string info = orrpkgGetInfo();
   ASSERT_GE(info.size(), 9u);
   EXPECT_EQ(info.substr(info.size() - 9), ". ver SP1");
-  EXPECT_EQ(nimbo::platform::HelpPath(), orrery::GetSettingsManager()->GetPluginsPath() + "/nimbo_one.help");
+  EXPECT_EQ(nimbo::platform::HelpPath(), "/opt/orrery/plugins/nimbo_one.help");
+  // No check for a trailing separator, and a repeated call builds the path again.
+  plugins.folder = "/srv/fx/";
+  EXPECT_STREQ(orrpkgGetInfo(), info.c_str());
+  EXPECT_EQ(nimbo::platform::HelpPath(), "/srv/fx//nimbo_one.help");
 }
 
 TEST(SliderInitialValue, IsRelativeToTheMinimumAndShiftsOnlyTheUpperHalf) {
