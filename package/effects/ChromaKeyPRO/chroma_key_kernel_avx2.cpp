@@ -120,7 +120,6 @@ struct V256 : simd::Lanes256 {
     const T hi = _mm256_srli_epi16(_mm256_mullo_epi16(_mm256_unpackhi_epi8(a, zero), _mm256_unpackhi_epi8(b, zero)), 8);
     return _mm256_packus_epi16(lo, hi);
   }
-  static T AddsU8(T a, T b) { return _mm256_adds_epu8(a, b); }
 };
 
 }  // namespace

@@ -54,7 +54,6 @@ struct V128 : simd::Lanes128 {
     const T hi = _mm_srli_epi16(_mm_mullo_epi16(_mm_unpackhi_epi8(a, zero), _mm_unpackhi_epi8(b, zero)), 8);
     return _mm_packus_epi16(lo, hi);
   }
-  static T AddsU8(T a, T b) { return _mm_adds_epu8(a, b); }
 };
 
 }  // namespace

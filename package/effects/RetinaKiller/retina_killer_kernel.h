@@ -24,6 +24,7 @@ using RetinaFn = void (*)(const uint32_t* src, uint32_t* dst, uint8_t* fatigue, 
                           const RetinaParams& params);
 void RetinaScalar(const uint32_t* src, uint32_t* dst, uint8_t* fatigue, size_t count, const RetinaParams& params);
 void RetinaSse2(const uint32_t* src, uint32_t* dst, uint8_t* fatigue, size_t count, const RetinaParams& params);
+// Call only when CpuHasAvx2().
 void RetinaAvx2(const uint32_t* src, uint32_t* dst, uint8_t* fatigue, size_t count, const RetinaParams& params);
 // The best version this CPU runs, chosen once.
 RetinaFn RetinaKernel();

@@ -6,6 +6,8 @@
 #include <algorithm>
 
 #include "core/cpu.h"
+#include "shared/simd_lanes.h"
+#include "time_blur_kernel_simd.h"
 
 namespace nimbo {
 
@@ -32,9 +34,6 @@ void StepBytes(const uint8_t* src, uint8_t* dst, uint8_t* ring, uint16_t* sum, s
   }
 }
 
-// min(x, 255) for unsigned words: x - max(0, x - 255).
-inline __m128i Min255(__m128i x) { return _mm_sub_epi16(x, _mm_subs_epu16(x, _mm_set1_epi16(255))); }
-
 }  // namespace
 
 void TimeBlurStepScalar(const uint32_t* src, uint32_t* dst, uint32_t* ring, uint16_t* sum, size_t count,
@@ -45,59 +44,7 @@ void TimeBlurStepScalar(const uint32_t* src, uint32_t* dst, uint32_t* ring, uint
 
 void TimeBlurStepSse2(const uint32_t* src, uint32_t* dst, uint32_t* ring, uint16_t* sum, size_t count,
                       const TimeBlurParams& params) {
-  const uint8_t* s8 = reinterpret_cast<const uint8_t*>(src);
-  uint8_t* d8 = reinterpret_cast<uint8_t*>(dst);
-  uint8_t* r8 = reinterpret_cast<uint8_t*>(ring);
-  const size_t bytes = count * 4;
-  const __m128i zero = _mm_setzero_si128();
-  const __m128i shift = _mm_cvtsi32_si128(params.shift);
-  size_t i = 0;
-  for (; i + 16 <= bytes; i += 16) {
-    __m128i in = _mm_loadu_si128(reinterpret_cast<const __m128i*>(s8 + i));
-    __m128i old = _mm_loadu_si128(reinterpret_cast<const __m128i*>(r8 + i));
-    __m128i lo = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sum + i));
-    __m128i hi = _mm_loadu_si128(reinterpret_cast<const __m128i*>(sum + i + 8));
-    lo = _mm_subs_epu16(_mm_adds_epu16(lo, _mm_unpacklo_epi8(in, zero)), _mm_unpacklo_epi8(old, zero));
-    hi = _mm_subs_epu16(_mm_adds_epu16(hi, _mm_unpackhi_epi8(in, zero)), _mm_unpackhi_epi8(old, zero));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(sum + i), lo);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(sum + i + 8), hi);
-    __m128i out = _mm_packus_epi16(Min255(_mm_srl_epi16(lo, shift)), Min255(_mm_srl_epi16(hi, shift)));
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(r8 + i), in);
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(d8 + i), out);
-  }
-  StepBytes(s8 + i, d8 + i, r8 + i, sum + i, bytes - i, params.shift);
-}
-
-NIMBO_TARGET_AVX2 void TimeBlurStepAvx2(const uint32_t* src, uint32_t* dst, uint32_t* ring, uint16_t* sum,
-                                        size_t count, const TimeBlurParams& params) {
-  const uint8_t* s8 = reinterpret_cast<const uint8_t*>(src);
-  uint8_t* d8 = reinterpret_cast<uint8_t*>(dst);
-  uint8_t* r8 = reinterpret_cast<uint8_t*>(ring);
-  const size_t bytes = count * 4;
-  const __m128i shift = _mm_cvtsi32_si128(params.shift);
-  const __m256i max_byte = _mm256_set1_epi16(255);
-  size_t i = 0;
-  // Widening with vpmovzxbw keeps the sum words in plain byte order, the
-  // same layout the scalar and SSE2 versions use.
-  for (; i + 32 <= bytes; i += 32) {
-    __m256i in = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(s8 + i));
-    __m256i old = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(r8 + i));
-    __m256i lo = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(sum + i));
-    __m256i hi = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(sum + i + 16));
-    lo = _mm256_subs_epu16(_mm256_adds_epu16(lo, _mm256_cvtepu8_epi16(_mm256_castsi256_si128(in))),
-                           _mm256_cvtepu8_epi16(_mm256_castsi256_si128(old)));
-    hi = _mm256_subs_epu16(_mm256_adds_epu16(hi, _mm256_cvtepu8_epi16(_mm256_extracti128_si256(in, 1))),
-                           _mm256_cvtepu8_epi16(_mm256_extracti128_si256(old, 1)));
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(sum + i), lo);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(sum + i + 16), hi);
-    __m256i out_lo = _mm256_min_epu16(_mm256_srl_epi16(lo, shift), max_byte);
-    __m256i out_hi = _mm256_min_epu16(_mm256_srl_epi16(hi, shift), max_byte);
-    // packus works per 128-bit lane; the permute puts the quarters back in order.
-    __m256i out = _mm256_permute4x64_epi64(_mm256_packus_epi16(out_lo, out_hi), 0xD8);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(r8 + i), in);
-    _mm256_storeu_si256(reinterpret_cast<__m256i*>(d8 + i), out);
-  }
-  StepBytes(s8 + i, d8 + i, r8 + i, sum + i, bytes - i, params.shift);
+  TimeBlurStepBody<simd::Lanes128>(src, dst, ring, sum, count, params);
 }
 
 TimeBlurStepFn TimeBlurStepKernel() {
@@ -218,11 +165,21 @@ void TimeBlurPackedStepAvx2(const uint32_t* src, uint32_t* dst, uint32_t* ring, 
   uint8_t* r8 = reinterpret_cast<uint8_t*>(ring);
   const size_t blocks = count / kTimeBlurPackedBlockPixels;
   switch (params.shift) {
-    case 0: PackedBlocksAvx2<0>(s8, d8, r8, sums, blocks); break;
-    case 1: PackedBlocksAvx2<1>(s8, d8, r8, sums, blocks); break;
-    case 2: PackedBlocksAvx2<2>(s8, d8, r8, sums, blocks); break;
-    case 3: PackedBlocksAvx2<3>(s8, d8, r8, sums, blocks); break;
-    default: PackedBlocksAvx2<4>(s8, d8, r8, sums, blocks); break;
+    case 0:
+      PackedBlocksAvx2<0>(s8, d8, r8, sums, blocks);
+      break;
+    case 1:
+      PackedBlocksAvx2<1>(s8, d8, r8, sums, blocks);
+      break;
+    case 2:
+      PackedBlocksAvx2<2>(s8, d8, r8, sums, blocks);
+      break;
+    case 3:
+      PackedBlocksAvx2<3>(s8, d8, r8, sums, blocks);
+      break;
+    default:
+      PackedBlocksAvx2<4>(s8, d8, r8, sums, blocks);
+      break;
   }
   const size_t done = blocks * kBlockChannels;
   TimeBlurStepAvx2(reinterpret_cast<const uint32_t*>(s8 + done), reinterpret_cast<uint32_t*>(d8 + done),

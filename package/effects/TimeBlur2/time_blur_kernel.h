@@ -60,8 +60,8 @@ inline constexpr int32_t kTimeBlurPackedMaxShift = 4;
 inline constexpr size_t kTimeBlurPackedBlockPixels = 16;
 inline constexpr size_t kTimeBlurPackedBlockBytes = 96;
 
-using TimeBlurPackedStepFn = void (*)(const uint32_t* src, uint32_t* dst, uint32_t* ring, uint8_t* sums,
-                                      size_t count, const TimeBlurParams& params);
+using TimeBlurPackedStepFn = void (*)(const uint32_t* src, uint32_t* dst, uint32_t* ring, uint8_t* sums, size_t count,
+                                      const TimeBlurParams& params);
 void TimeBlurPackedStepScalar(const uint32_t* src, uint32_t* dst, uint32_t* ring, uint8_t* sums, size_t count,
                               const TimeBlurParams& params);
 void TimeBlurPackedStepAvx2(const uint32_t* src, uint32_t* dst, uint32_t* ring, uint8_t* sums, size_t count,

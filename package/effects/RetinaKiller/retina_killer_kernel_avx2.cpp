@@ -1,0 +1,28 @@
+// The AVX2 version: the shared body over eight lanes, reached only through
+// RetinaKernel() when the CPU has AVX2. Headers first; AVX2 code generation
+// covers only the definitions after them (internal linkage).
+#include "retina_killer_kernel.h"
+#include "shared/simd_lanes_avx2.h"
+
+#if defined(__clang__)
+#pragma clang attribute push(__attribute__((target("avx2"))), apply_to = function)
+#else
+#pragma GCC push_options
+#pragma GCC target("avx2")
+#endif
+
+#include "retina_killer_kernel_simd.h"
+
+namespace nimbo {
+
+void RetinaAvx2(const uint32_t* src, uint32_t* dst, uint8_t* fatigue, size_t count, const RetinaParams& params) {
+  RetinaBody<simd::Lanes256>(src, dst, fatigue, count, params);
+}
+
+}  // namespace nimbo
+
+#if defined(__clang__)
+#pragma clang attribute pop
+#else
+#pragma GCC pop_options
+#endif
