@@ -88,15 +88,32 @@ bool ConfigData::EnterBlock() {
   return doc_->FindElem(kSettingsElem) && doc_->FindChildElem(kConfigDataElem) && doc_->IntoElem();
 }
 
-bool ConfigData::HasBlock() { return EnterBlock(); }
+bool ConfigData::HasBlock() { return Index().has_block; }
+
+// One walk over the block's "data" children in document order; the first
+// element of each name stays (try_emplace keeps it), as the lookup walk
+// would stop there. An element without a "name" attribute matches no key.
+const ConfigData::KeyIndex& ConfigData::Index() {
+  if (index_.revision == doc_->Revision()) return index_;
+  index_.first.clear();
+  index_.has_block = EnterBlock();
+  if (index_.has_block) {
+    while (doc_->FindChildElem(kDataElem)) {
+      bool named = false;
+      std::string name = doc_->GetChildAttrib(kNameAttrib, &named);
+      if (named) index_.first.try_emplace(std::move(name), doc_->ChildHandle());
+    }
+  }
+  index_.revision = doc_->Revision();
+  return index_;
+}
 
 std::optional<std::string> ConfigData::Find(const char* key) {
-  if (!key || !EnterBlock()) return std::nullopt;
-  while (doc_->FindChildElem(kDataElem)) {
-    bool named = false;
-    if (doc_->GetChildAttrib(kNameAttrib, &named) == key && named) return doc_->GetChildData();
-  }
-  return std::nullopt;
+  if (!key) return std::nullopt;
+  const KeyIndex& index = Index();
+  const auto found = index.first.find(std::string_view(key));
+  if (found == index.first.end()) return std::nullopt;
+  return doc_->DataAt(found->second);
 }
 
 int32_t ConfigData::Write(const char* key, std::string_view text, const char* type) {

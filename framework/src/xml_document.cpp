@@ -8,6 +8,7 @@
 #include "framework/xml_document.h"
 
 #include <algorithm>
+#include <atomic>
 #include <iterator>
 
 namespace nimbo {
@@ -143,9 +144,16 @@ std::string CdataText(std::string_view data) {
 // 2. Parsing
 // ---------------------------------------------------------------------------
 
+uint64_t XmlDocument::NextRevision() {
+  static std::atomic<uint64_t> counter{0};
+  return ++counter;
+}
+
 bool XmlDocument::SetDoc(std::string_view text) {
   text_.assign(text);
   error_.clear();
+  last_added_ = 0;
+  revision_ = NextRevision();
   const bool ok = Parse();
   if (!ok) {
     text_.clear();
@@ -425,7 +433,7 @@ int32_t XmlDocument::AddNode(int32_t parent, int32_t prev, std::string_view name
   } else {
     markup.append(">").append(content).append("</").append(name).append(">");
   }
-  Splice(at, 0, markup + "\r\n");
+  Splice(at, 0, markup + "\r\n", parent, prev ? elems_[prev].next : elems_[parent].child);
   Elem e{at, at + markup.size(), 0, 0, parent, 0, 0};
   if (content.empty()) {
     e.end_l = e.end_r = e.start_r;
@@ -439,6 +447,7 @@ int32_t XmlDocument::AddNode(int32_t parent, int32_t prev, std::string_view name
   e.next = link;
   link = index;
   elems_.push_back(e);
+  if (!e.next) last_added_ = index;
   return index;
 }
 
@@ -446,7 +455,7 @@ int32_t XmlDocument::AddNode(int32_t parent, int32_t prev, std::string_view name
 void XmlDocument::OpenEmpty(int32_t elem) {
   const std::string name(TagName(elem));
   const size_t slash = elems_[elem].start_r - 2;
-  Splice(slash, 2, ">\r\n</" + name + ">");
+  Splice(slash, 2, ">\r\n</" + name + ">", elem, 0);
   Elem& e = elems_[elem];  // not shifted by Splice: it ends where the splice did
   e.start_r = slash + 1;
   e.end_l = e.start_r + 2;
@@ -459,25 +468,34 @@ bool XmlDocument::SetAttribOf(int32_t elem, std::string_view name, std::string_v
   const AttribSpot spot = LocateAttrib(elem, name);
   if (spot.found) {
     // The value's own quotes sit just outside [value_l, value_r).
-    Splice(spot.value_l - 1, spot.value_r + 2 - spot.value_l, quoted);
+    Splice(spot.value_l - 1, spot.value_r + 2 - spot.value_l, quoted, elem, elems_[elem].child);
   } else {
-    Splice(spot.insert_at, 0, " " + std::string(name) + "=" + quoted);
+    Splice(spot.insert_at, 0, " " + std::string(name) + "=" + quoted, elem, elems_[elem].child);
   }
   return true;
 }
 
-// Replaces [at, at + remove) with `insert` and shifts every position behind
+// Replaces [at, at + remove) with `insert` and shifts the positions behind
 // it. Elements starting at or after the splice move whole; an element that
 // contains the splice (an ancestor, or the one whose start tag is edited)
 // moves its end, and its start tag end when the splice lies inside that tag.
-void XmlDocument::Splice(size_t at, size_t remove, std::string_view insert) {
+//
+// Only the elements that can move are visited: `container` (the innermost
+// element holding the splice, 0 for the top level) and its ancestors, the
+// children of `container` from `follower` on (the first one behind the
+// splice), and every later sibling of `container` and of each ancestor, with
+// their subtrees. Everything else ends before the splice. Siblings are linked
+// in text order, so these are exactly the elements a scan of all would move.
+void XmlDocument::Splice(size_t at, size_t remove, std::string_view insert, int32_t container, int32_t follower) {
   text_.replace(at, remove, insert);
+  revision_ = NextRevision();
   const size_t p = at + remove;
   // Unsigned wrap-around makes adding this the same as subtracting when the
   // text shrinks.
   const size_t shift = insert.size() - remove;
-  for (size_t i = 1; i < elems_.size(); ++i) {
-    Elem& e = elems_[i];
+  for (int32_t i = follower; i; i = elems_[i].next) ShiftTree(i, p, shift);
+  for (int32_t x = container; x; x = elems_[x].parent) {
+    Elem& e = elems_[x];
     if (e.start_l >= p) {
       e.start_l += shift;
       e.start_r += shift;
@@ -488,11 +506,35 @@ void XmlDocument::Splice(size_t at, size_t remove, std::string_view insert) {
       e.end_l += shift;
       e.end_r += shift;
     }
+    for (int32_t i = e.next; i; i = elems_[i].next) ShiftTree(i, p, shift);
   }
   elems_[0].end_l = elems_[0].end_r = text_.size();
 }
 
+// Moves `root` and its subtree whole (they all start behind the splice at
+// `p`); a walk over the links, without recursion.
+void XmlDocument::ShiftTree(int32_t root, size_t p, size_t shift) {
+  int32_t i = root;
+  while (true) {
+    Elem& e = elems_[i];
+    if (e.start_l >= p) {
+      e.start_l += shift;
+      e.start_r += shift;
+      e.end_l += shift;
+      e.end_r += shift;
+    }
+    if (e.child) {
+      i = e.child;
+      continue;
+    }
+    while (i != root && !elems_[i].next) i = elems_[i].parent;
+    if (i == root) return;
+    i = elems_[i].next;
+  }
+}
+
 int32_t XmlDocument::LastChild(int32_t parent) const {
+  if (last_added_ && elems_[last_added_].parent == parent && !elems_[last_added_].next) return last_added_;
   int32_t last = elems_[parent].child;
   while (last && elems_[last].next) last = elems_[last].next;
   return last;

@@ -13,15 +13,23 @@
 // BeginWriting. The integer key "!" is never stored and always reads 1; a
 // write of "!" or of an ignored key succeeds and writes nothing.
 //
+// Lookups go through an index from key to element (the first element of each
+// key, exactly the one the walk above would stop at), built on the first
+// lookup after the document changed and kept while it does not: an effect
+// reading all its keys costs time linear in the document plus its keys,
+// instead of one walk of the document per key.
+//
 // Number texts are read and written in the C locale whatever the process
 // locale is, so settings files stay portable.
 #pragma once
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 
 #include "orrery/config_store.h"
 #include "framework/xml_document.h"
@@ -42,6 +50,9 @@ class ConfigData final : public orrery::ConfigStore {
   bool AddIgnoredKey(const char* key);
   // Whether the document holds "Settings"/"ConfigData".
   bool HasBlock();
+  // The stored text of `key` as every get operation finds it; nothing when
+  // the key (or the block) is missing.
+  std::optional<std::string> Find(const char* key);
 
   // Positions the document in a new "ConfigData" block, creating "Settings"
   // when it is missing. The new block goes first in "Settings": reads and
@@ -58,8 +69,19 @@ class ConfigData final : public orrery::ConfigStore {
   int32_t SetPath(const char* key, const char* path) override;
 
  private:
+  // Hashes keys as string views, so a lookup needs no copy of the key.
+  struct KeyHash {
+    using is_transparent = void;
+    size_t operator()(std::string_view key) const { return std::hash<std::string_view>{}(key); }
+  };
+  struct KeyIndex {
+    uint64_t revision = 0;  // the document's revision it was built for; 0: never
+    bool has_block = false;
+    std::unordered_map<std::string, int32_t, KeyHash, std::equal_to<>> first;  // key -> element handle
+  };
+
   bool EnterBlock();
-  std::optional<std::string> Find(const char* key);
+  const KeyIndex& Index();
   int32_t Write(const char* key, std::string_view text, const char* type);
   bool IsIgnored(const char* key) const;
 
@@ -67,6 +89,7 @@ class ConfigData final : public orrery::ConfigStore {
   std::array<std::string, kMaxIgnoredKeys> ignored_keys_;
   int32_t ignored_key_count_ = 0;
   std::string string_buffer_;
+  KeyIndex index_;
 };
 
 // --- Number texts, independent of the process locale.

@@ -17,7 +17,13 @@
 //
 // Limits: elements nest at most kMaxDepth deep (deeper text fails with
 // "Nesting too deep" and AddChildElem refuses to go deeper); every scan stays
-// inside the text and is linear in its length.
+// inside the text and is linear in its length. An edit visits only the
+// elements that follow it or enclose it, so appending the children of one
+// element one after another costs time linear in what is appended.
+//
+// Every change of the text gets a new revision number, unique in the process
+// (a copy shares its original's number, and its content): readers that keep
+// an index over the document rebuild it when the number changes.
 //
 // A failed parse leaves an empty document (no text, no elements) and keeps the
 // error text. Threading: none; one owner at a time.
@@ -39,6 +45,7 @@ class XmlDocument {
   bool SetDoc(std::string_view text);
   const std::string& GetDoc() const { return text_; }
   const std::string& GetError() const { return error_; }
+  uint64_t Revision() const { return revision_; }
 
   // --- Navigation. A null name matches any element. A failed find moves nothing.
   // Next sibling of the main position under the current parent (the first one
@@ -63,6 +70,10 @@ class XmlDocument {
   std::string GetChildAttrib(std::string_view name, bool* found = nullptr) const {
     return AttribOf(child_, name, found);
   }
+  // The current child as a handle (0 for none), and the data of the element
+  // a handle names. A handle stays valid while Revision() is unchanged.
+  int32_t ChildHandle() const { return child_; }
+  std::string DataAt(int32_t handle) const { return handle > 0 && size_t(handle) < elems_.size() ? DataOf(handle) : ""; }
 
   // --- Writing. Empty data writes an empty element "<name/>"; `cdata` writes
   // the data as a CDATA section instead of encoding it. Names must be non-empty
@@ -107,7 +118,9 @@ class XmlDocument {
   bool SetAttribOf(int32_t elem, std::string_view name, std::string_view value);
   int32_t AddNode(int32_t parent, int32_t prev, std::string_view name, std::string_view data, bool cdata);
   void OpenEmpty(int32_t elem);
-  void Splice(size_t at, size_t remove, std::string_view insert);
+  void Splice(size_t at, size_t remove, std::string_view insert, int32_t container, int32_t follower);
+  void ShiftTree(int32_t root, size_t p, size_t shift);
+  static uint64_t NextRevision();
   int32_t LastChild(int32_t parent) const;
   int32_t PrevSibling(int32_t elem) const;
   int Depth(int32_t elem) const;
@@ -118,6 +131,10 @@ class XmlDocument {
   int32_t parent_ = 0;
   int32_t pos_ = 0;
   int32_t child_ = 0;
+  // The element added last, when it is the last child of its parent: lets
+  // LastChild answer at once for a run of appends.
+  int32_t last_added_ = 0;
+  uint64_t revision_ = NextRevision();
 };
 
 }  // namespace nimbo
