@@ -43,7 +43,7 @@ class EffectHost final : public orrery::HostContext {
   EffectHost& operator=(const EffectHost&) = delete;
 
   void* GetMainWindow() override { return nullptr; }
-  orrery::ConfigStore* GetConfigStore() override { return &store_; }
+  orrery::ConfigStore* GetConfigStore() override { return store_in_use_ ? store_in_use_ : &store_; }
   void GetOutputSize(orrery::OutputDesc* out) override;
   void Notify(int32_t code, int32_t value) override;
   void DeclareSlider(const orrery::SliderDesc& slider) override;
@@ -54,6 +54,9 @@ class EffectHost final : public orrery::HostContext {
   void DescribeSetting(const orrery::SettingInfo& info) override;
 
   SettingsDocument& Store() { return store_; }
+  // The store the effect is given instead of Store() (a layer over it that
+  // checks what the effect reads); null gives Store() again.
+  void UseStore(orrery::ConfigStore* store) { store_in_use_ = store; }
   void SetFrame(int64_t frame) { frame_ = frame; }
   double FrameRate() const { return fps_; }
 
@@ -72,6 +75,7 @@ class EffectHost final : public orrery::HostContext {
   double fps_;
   int64_t frame_ = 0;
   SettingsDocument store_;
+  orrery::ConfigStore* store_in_use_ = nullptr;
   orrery::DynVar* dynvars_ = nullptr;
   std::vector<SliderRecord> sliders_;
   std::vector<SettingRecord> settings_;

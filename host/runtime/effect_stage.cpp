@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <cctype>
 #include <cmath>
+#include <cstdio>
+#include <map>
 
+#include "runtime/checked_store.h"
 #include "runtime/host_error.h"
 #include "runtime/pending_file.h"
 #include "runtime/settings_edit.h"
@@ -37,8 +40,10 @@ EffectStage::EffectStage(const Package& package, const EffectEntry& entry, int32
 EffectStage::~EffectStage() { effect_.reset(); }
 
 void EffectStage::Configure(const StageOptions& options) {
-  if (!options.preset.empty()) LoadPreset(options.preset);
+  // A fresh effect on the empty document stores its defaults and describes
+  // its settings: the ranges a preset's values are checked against.
   effect_->UpdateConfig();
+  if (!options.preset.empty()) LoadPreset(options.preset);
   if (!options.sets.empty()) ApplySets(options.sets);
   if (!preset_text_.empty()) ApplyDynVarValues(ReadDynVarValues(preset_text_));
 
@@ -57,33 +62,100 @@ void EffectStage::Configure(const StageOptions& options) {
   for (const std::string& dyn : options.dyns) Bind(dyn);
 }
 
+void EffectStage::Warn(const std::string& text) {
+  warnings_.push_back(text);
+  std::fprintf(stderr, "nimbo: warning: %s\n", text.c_str());
+}
+
+// The effect reads the preset through the checks; then the preset's keys it
+// never asked for, and keys stored twice, are reported. The store reads the
+// first element of a key, so that is the value a duplicate leaves in effect.
 void EffectStage::LoadPreset(const std::string& path) {
   SettingsDocument& store = host_.Store();
   if (!store.LoadFromFile(path)) throw HostError("cannot load preset " + Quoted(path) + ": " + store.GetError());
   preset_text_ = store.Text();
+  preset_path_ = path;
+  const std::string source = "preset " + Quoted(path);
+  CheckedStore checked(host_, source);
+  host_.UseStore(&checked);
+  effect_->UpdateConfig();
+  host_.UseStore(nullptr);
+  for (const std::string& warning : checked.Warnings()) Warn(warning);
+
+  std::map<std::string, std::pair<int, std::string>> seen;  // key -> times stored, first text
+  std::vector<std::string> order;
+  for (const SettingEntry& entry : ReadSettingEntries(preset_text_)) {
+    auto [at, added] = seen.try_emplace(entry.key, 0, entry.value);
+    if (added) order.push_back(entry.key);
+    ++at->second.first;
+  }
+  for (const std::string& key : order) {
+    const auto& [times, first] = seen[key];
+    if (!checked.WasRead(key)) Warn(source + ": " + entry_.short_name + " does not use " + Quoted(key) + "; ignored");
+    if (times > 1) {
+      Warn(source + ": " + Quoted(key) + " is stored " + std::to_string(times) + " times; the first value, " +
+           QuotedValue(first) + ", is used");
+    }
+  }
 }
 
+// The write step on a fresh document gives every key the effect stores, with
+// its type and current value (defaults or the preset's). A key given twice
+// keeps its first value, as a preset's first element of a key is the one read.
 void EffectStage::ApplySets(const std::vector<std::string>& sets) {
-  // The write step on a fresh document gives every key the effect stores,
-  // with its type and current value (defaults or the preset's).
   SettingsDocument& store = host_.Store();
   store.Clear();
   effect_->UpdateConfig();
   std::vector<SettingEntry> entries = ReadSettingEntries(store.Text());
-  for (const std::string& set : sets) ApplySetting(entries, set, entry_.short_name);
+  std::map<std::string, std::string> given;  // key -> the assignment that is used
+  for (const std::string& set : sets) {
+    const std::string key = AssignedKey(set);
+    const auto [first, added] = given.try_emplace(key, set);
+    if (!added) {
+      Warn("--set " + Quoted(key) + " is given more than once; " + first->second + " is used, " + set + " ignored");
+      continue;
+    }
+    ApplySetting(entries, set, entry_.short_name, host_.DescribedSettings());
+  }
   if (!store.Load(BuildSettingsDocument(entries)))
     throw HostError("cannot apply --set to " + entry_.short_name + ": " + store.GetError());
   effect_->UpdateConfig();  // the read step takes the edited values
 }
 
+// Values of variables the configuration declares, checked against their
+// ranges like settings; a preset's variable that is not declared is reported.
 void EffectStage::ApplyDynVarValues(const std::vector<DynVarValue>& values) {
+  const std::string source = "preset " + Quoted(preset_path_);
   for (const DynVarValue& v : values) {
     orrery::DynVar* var = host_.FindDynVar(v.name);
-    if (!var) continue;  // a variable this configuration no longer declares
+    if (!var) {
+      Warn(source + ": " + entry_.short_name + " has no dynamic variable " + Quoted(v.name) + "; ignored");
+      continue;
+    }
+    const std::string named = source + ": dynamic variable " + Quoted(v.name) + " = " + QuotedValue(v.value);
     if (var->type == orrery::kDynVarBool) {
       if (auto value = ScanInt(v.value, 10)) var->bool_value = *value;
-    } else if (auto value = ScanFloat(v.value)) {
-      var->value = *value;
+      else Warn(named + " is not 0 or 1; keeping " + std::to_string(var->bool_value));
+      continue;
+    }
+    const ValueRange range{std::min(var->varmin, var->varmax), std::max(var->varmin, var->varmax)};
+    const CheckedNumber checked = CheckStoredNumber(false, v.value, range);
+    const std::string keeping = "; keeping " + ShownNumber(false, var->value);
+    switch (checked.fault) {
+      case ValueFault::kNone:
+        var->value = float(checked.value);
+        break;
+      case ValueFault::kOutOfRange:
+        Warn(named + " is outside " + RangeText(range) + "; using " + ShownNumber(false, checked.value));
+        var->value = float(checked.value);
+        break;
+      case ValueFault::kUnparsable:
+        Warn(named + " is not a float" + keeping);
+        break;
+      case ValueFault::kNotANumber:
+      case ValueFault::kNotFinite:
+        Warn(named + " is not a number in " + RangeText(range) + keeping);
+        break;
     }
   }
 }

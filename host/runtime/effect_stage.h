@@ -59,6 +59,9 @@ class EffectStage {
   void SavePreset(class PendingFile& file);
 
   EffectHost& Host() { return host_; }
+  // The warnings Configure printed: values a preset or --set gave that were
+  // clamped, replaced by the default, unused or given twice.
+  const std::vector<std::string>& Warnings() const { return warnings_; }
   orrery::Effect& Effect() { return *effect_; }
 
  private:
@@ -67,6 +70,7 @@ class EffectStage {
     float* float_value = nullptr;   // a float dynamic variable or a slider
     int32_t* bool_value = nullptr;  // a bool dynamic variable
   };
+  void Warn(const std::string& text);
   void LoadPreset(const std::string& path);
   void ApplySets(const std::vector<std::string>& sets);
   void ApplyDynVarValues(const std::vector<struct DynVarValue>& values);
@@ -84,6 +88,8 @@ class EffectStage {
   FrameBuffer output_;
   int64_t failed_frames_ = 0;
   std::string preset_text_;
+  std::string preset_path_;
+  std::vector<std::string> warnings_;
 };
 
 }  // namespace nimbo::host

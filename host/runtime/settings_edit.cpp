@@ -1,11 +1,5 @@
 #include "runtime/settings_edit.h"
 
-#include <cerrno>
-#include <charconv>
-#include <cmath>
-#include <cstdlib>
-#include <limits>
-
 #include "runtime/host_error.h"
 #include "framework/config_data.h"
 #include "framework/xml_document.h"
@@ -19,56 +13,6 @@ bool EnterBlock(XmlDocument& doc, const char* block) {
   doc.ResetPos();
   if (!doc.FindElem(kSettingsElem) || !doc.FindChildElem(block)) return false;
   return doc.IntoElem() && doc.IntoElem();  // block is the main element, then the parent
-}
-
-std::string Trim(const std::string& text) {
-  const size_t b = text.find_first_not_of(" \t");
-  const size_t e = text.find_last_not_of(" \t");
-  return b == std::string::npos ? "" : text.substr(b, e - b + 1);
-}
-
-bool ParseInt(const std::string& raw, int32_t* out) {
-  const std::string text = Trim(raw);
-  const char* begin = text.c_str();
-  const char* end = begin + text.size();
-  if (begin == end) return false;
-  int base = 10;
-  if (text[0] == '#') {
-    begin += 1;
-    base = 16;
-  } else if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
-    begin += 2;
-    base = 16;
-  }
-  if (base == 16) {
-    // Colours and masks: any 32-bit pattern, stored as the signed word.
-    uint32_t value = 0;
-    auto [ptr, ec] = std::from_chars(begin, end, value, 16);
-    if (ec != std::errc() || ptr != end || begin == end) return false;
-    *out = static_cast<int32_t>(value);
-    return true;
-  }
-  if (*begin == '+') ++begin;
-  int32_t value = 0;
-  auto [ptr, ec] = std::from_chars(begin, end, value, 10);
-  if (ec != std::errc() || ptr != end) return false;
-  *out = value;
-  return true;
-}
-
-bool ParseFloat(const std::string& raw, float* out) {
-  const std::string text = Trim(raw);
-  const char* begin = text.c_str();
-  const char* end = begin + text.size();
-  if (begin != end && *begin == '+') ++begin;
-  double value = 0;
-  auto [ptr, ec] = std::from_chars(begin, end, value);
-  if (ec != std::errc() || ptr != end || !std::isfinite(value) ||
-      std::fabs(value) > double(std::numeric_limits<float>::max())) {
-    return false;
-  }
-  *out = float(value);
-  return true;
 }
 
 }  // namespace
@@ -96,32 +40,43 @@ std::string BuildSettingsDocument(const std::vector<SettingEntry>& entries) {
   return doc.GetDoc();
 }
 
-std::string ParseSettingValue(const std::string& key, const std::string& type, const std::string& text) {
-  if (type == "int") {
-    int32_t value = 0;
-    if (!ParseInt(text, &value))
-      throw HostError("--set " + key + "=" + text + ": " + Quoted(key) +
-                      " is an int (a whole number, or hex like 0xRRGGBB)");
-    return FormatInt(value);
+std::string ParseSettingValue(const std::string& key, const std::string& type, const std::string& text,
+                              const std::optional<ValueRange>& range) {
+  if (type != "int" && type != "float") return text;  // string and path take any text
+  const bool is_int = type == "int";
+  const CheckedNumber checked = CheckTypedNumber(is_int, text, range);
+  const std::string head = "--set " + key + "=" + text + ": " + Quoted(key);
+  switch (checked.fault) {
+    case ValueFault::kNone:
+      return StoredText(is_int, checked.value);
+    case ValueFault::kUnparsable:
+      throw HostError(head + (is_int ? " is an int (a whole number, or hex like 0xRRGGBB)" : " is a float (a decimal number)"));
+    case ValueFault::kOutOfRange:
+    case ValueFault::kNotANumber:
+    case ValueFault::kNotFinite:
+      break;
   }
-  if (type == "float") {
-    float value = 0;
-    if (!ParseFloat(text, &value))
-      throw HostError("--set " + key + "=" + text + ": " + Quoted(key) + " is a float (a decimal number)");
-    return FormatFloat(value);
-  }
-  return text;  // string and path take any text
+  if (checked.range) throw HostError(head + " takes values in " + RangeText(*checked.range));
+  throw HostError(head + " takes a finite number");
 }
 
-void ApplySetting(std::vector<SettingEntry>& entries, const std::string& assignment, const std::string& effect) {
+std::string AssignedKey(const std::string& assignment) {
   const size_t eq = assignment.find('=');
-  if (eq == std::string::npos || eq == 0)
-    throw HostError("--set " + assignment + ": expected KEY=VALUE");
-  const std::string key = assignment.substr(0, eq);
-  const std::string value = assignment.substr(eq + 1);
+  if (eq == std::string::npos || eq == 0) throw HostError("--set " + assignment + ": expected KEY=VALUE");
+  return assignment.substr(0, eq);
+}
+
+void ApplySetting(std::vector<SettingEntry>& entries, const std::string& assignment, const std::string& effect,
+                  const std::vector<SettingRecord>& described) {
+  const std::string key = AssignedKey(assignment);
+  const std::string value = assignment.substr(key.size() + 1);
+  const SettingRecord* record = nullptr;
+  for (const SettingRecord& r : described) {
+    if (r.key == key) record = &r;
+  }
   for (SettingEntry& entry : entries) {
     if (entry.key == key) {
-      entry.value = ParseSettingValue(key, entry.type, value);
+      entry.value = ParseSettingValue(key, entry.type, value, RangeOf(record));
       return;
     }
   }

@@ -3,8 +3,12 @@
 // them, and the "Dynvars" block of current values that presets carry.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "runtime/effect_host.h"
+#include "runtime/setting_checks.h"
 
 namespace nimbo::host {
 
@@ -22,12 +26,20 @@ std::string BuildSettingsDocument(const std::vector<SettingEntry>& entries);
 
 // The stored text for `text` given as a value of `type`: int takes a decimal
 // number or hex (0xRRGGBB, #RRGGBB); float a decimal number; string and path
-// any text. Throws HostError saying what the type takes.
-std::string ParseSettingValue(const std::string& key, const std::string& type, const std::string& text);
+// any text. Throws HostError naming the key and the value: for text that is
+// no number of the type (saying what the type takes), and for a number
+// outside `range` or not finite (saying the range).
+std::string ParseSettingValue(const std::string& key, const std::string& type, const std::string& text,
+                              const std::optional<ValueRange>& range = std::nullopt);
 
-// Applies KEY=VALUE to `entries`. An unknown key is a HostError that lists
-// the valid keys; `effect` names the effect in it.
-void ApplySetting(std::vector<SettingEntry>& entries, const std::string& assignment, const std::string& effect);
+// The key of KEY=VALUE. Throws HostError when there is no '=' or no key.
+std::string AssignedKey(const std::string& assignment);
+
+// Applies KEY=VALUE to `entries`, checked against the range `described`
+// gives the key. An unknown key is a HostError that lists the valid keys;
+// `effect` names the effect in it.
+void ApplySetting(std::vector<SettingEntry>& entries, const std::string& assignment, const std::string& effect,
+                  const std::vector<SettingRecord>& described = {});
 
 // One current value of a dynamic variable, as a preset's "Dynvars" holds it.
 struct DynVarValue {

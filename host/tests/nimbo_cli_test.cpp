@@ -294,5 +294,168 @@ TEST_F(NimboTest, BadInputGivesOneErrorLineAndLeavesNoFile) {
   EXPECT_EQ(usage.code, 2);
 }
 
+// `--set` refuses a value outside the range `nimbo info` shows, or not
+// finite, with the key, the value and the range in one error line.
+TEST_F(NimboTest, SetRefusesValuesOutsideTheirRangeNamingKeyValueAndRange) {
+  WritePicture("in.png", Noise(8, 8));
+  const std::string in = Path("in.png"), out = Path("out.png");
+  struct Case {
+    std::vector<std::string> args;
+    const char* message;
+  };
+  const std::vector<Case> cases = {
+      {{"render", "TimeBlur2", "-i", in, "--set", "n_screens=-5", "-o", out},
+       "--set n_screens=-5: \"n_screens\" takes values in 1 .. 32"},
+      {{"render", "ColorTrafo", "-i", in, "--set", "hue=1000", "-o", out},
+       "--set hue=1000: \"hue\" takes values in -180 .. 180"},
+      {{"render", "ColorTrafo", "-i", in, "--set", "hue=-inf", "-o", out}, "--set hue=-inf: \"hue\" takes values in"},
+      {{"render", "ColorTrafo", "-i", in, "--set", "sat=nan", "-o", out}, "--set sat=nan: \"sat\" takes values in 0 .. 4"},
+      {{"render", "ColorTrafo", "-i", in, "--set", "bright=1e39", "-o", out}, "\"bright\" takes values in 0 .. 4"},
+      {{"render", "ChromaKeyPRO", "-i", in, "-i", in, "--set", "alphamaplen=100000", "-o", out},
+       "--set alphamaplen=100000: \"alphamaplen\" takes values in 0 .. 300"},
+      {{"render", "ChromaKeyPRO", "-i", in, "-i", in, "--set", "chroma_rgb=-1", "-o", out},
+       "--set chroma_rgb=-1: \"chroma_rgb\" takes values in 0 .. 16777215"},
+      {{"render", "ChromaKeyPRO", "-i", in, "-i", in, "--set", "chroma_rgb=0xFFFFFFFF", "-o", out},
+       "\"chroma_rgb\" takes values in 0 .. 16777215"},
+      {{"render", "ChromaKeyPRO", "-i", in, "-i", in, "--set", "alphamap_0_x=inf", "-o", out},
+       "--set alphamap_0_x=inf: \"alphamap_0_x\" takes a finite number"},
+  };
+  for (const Case& c : cases) {
+    const RunResult r = Run(c.args, true);
+    EXPECT_EQ(r.code, 1) << c.message;
+    EXPECT_EQ(r.err.rfind("nimbo: error: ", 0), 0u) << r.err;
+    EXPECT_NE(r.err.find(c.message), std::string::npos) << r.err;
+    EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 1) << r.err;
+    EXPECT_EQ(Files(), std::vector<std::string>{"in.png"}) << c.message;
+  }
+  // The ends of a range are in it.
+  const RunResult edge = Run({"render", "TimeBlur2", "-i", in, "--set", "n_screens=32", "-o", out}, true);
+  EXPECT_EQ(edge.code, 0) << edge.err;
+  EXPECT_EQ(edge.err, "");
+}
+
+// A preset's values go through the same check: out of range (infinities
+// too) is clamped, nan and text that is no number keep the effect's default,
+// unused and repeated keys are reported; every case is a warning naming the
+// key and the value, the render goes on, and --save-preset writes the
+// mended values.
+TEST_F(NimboTest, PresetValuesAreMendedWithAWarningAndSavedInRange) {
+  WritePicture("in.png", Noise(8, 8));
+  std::ofstream(Path("p.xml")) << "<Settings><ConfigData>\r\n"
+                                  "<data name=\"hue\" type=\"float\">1000.000000</data>\r\n"
+                                  "<data name=\"sat\" type=\"float\">nan</data>\r\n"
+                                  "<data name=\"bright\" type=\"float\">-inf</data>\r\n"
+                                  "<data name=\"hew\" type=\"float\">3</data>\r\n"
+                                  "<data name=\"hue\" type=\"float\">10</data>\r\n"
+                                  "</ConfigData></Settings>\r\n";
+  RunResult r = Run({"render", "ColorTrafo", "-i", Path("in.png"), "--preset", Path("p.xml"), "--save-preset",
+                     Path("saved.xml"), "-o", Path("out.png")},
+                    true);
+  ASSERT_EQ(r.code, 0) << r.err;
+  const std::string p = "nimbo: warning: preset \"" + Path("p.xml") + "\": ";
+  for (const std::string& line : {
+           p + "\"hue\" = \"1000.000000\" is outside -180 .. 180; using 180\n",
+           p + "\"sat\" = \"nan\" is not a number in 0 .. 4; keeping the default 1\n",
+           p + "\"bright\" = \"-inf\" is outside 0 .. 4; using 0\n",
+           p + "ColorTrafo does not use \"hew\"; ignored\n",
+           p + "\"hue\" is stored 2 times; the first value, \"1000.000000\", is used\n",
+       }) {
+    EXPECT_NE(r.err.find(line), std::string::npos) << line << "in\n" << r.err;
+  }
+  EXPECT_EQ(std::count(r.err.begin(), r.err.end(), '\n'), 5) << r.err;
+  std::vector<std::string> saved;
+  for (const SettingEntry& e : ReadSettingEntries(ReadFile(Path("saved.xml")))) saved.push_back(e.key + "=" + e.value);
+  EXPECT_EQ(saved, (std::vector<std::string>{"hue=180.000000", "sat=1.000000", "bright=0.000000"}));
+
+  // Ints: out of range, and a float-typed text that is no number at all.
+  std::ofstream(Path("t.xml")) << "<Settings><ConfigData><data name=\"n_screens\" type=\"float\">abc</data>"
+                                  "<data name=\"n_screens\" type=\"int\">4</data></ConfigData></Settings>";
+  std::ofstream(Path("u.xml")) << "<Settings><ConfigData><data name=\"n_screens\" type=\"int\">100000</data>"
+                                  "</ConfigData></Settings>";
+  r = Run({"render", "TimeBlur2", "-i", Path("in.png"), "--preset", Path("t.xml"), "--save-preset", Path("t2.xml"),
+           "-o", Path("t.png")},
+          true);
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_NE(r.err.find("\"n_screens\" = \"abc\" is not an int; keeping the default 8\n"), std::string::npos) << r.err;
+  EXPECT_EQ(ReadSettingEntries(ReadFile(Path("t2.xml"))).at(0).value, "8");
+  r = Run({"render", "TimeBlur2", "-i", Path("in.png"), "--preset", Path("u.xml"), "--save-preset", Path("u2.xml"),
+           "-o", Path("u.png")},
+          true);
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_NE(r.err.find("\"n_screens\" = \"100000\" is outside 1 .. 32; using 32\n"), std::string::npos) << r.err;
+  EXPECT_EQ(ReadSettingEntries(ReadFile(Path("u2.xml"))).at(0).value, "32");
+
+  // A setting without a range (a numbered key) still refuses infinity.
+  std::ofstream(Path("c.xml")) << "<Settings><ConfigData><data name=\"alphamaplen\" type=\"int\">2</data>"
+                                  "<data name=\"alphamap_0_x\" type=\"float\">inf</data>"
+                                  "<data name=\"alphamap_7_x\" type=\"float\">0.5</data></ConfigData></Settings>";
+  r = Run({"render", "ChromaKeyPRO", "-i", Path("in.png"), "-i", Path("in.png"), "--preset", Path("c.xml"),
+           "--save-preset", Path("c2.xml"), "-o", Path("c.png")},
+          true);
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_NE(r.err.find("\"alphamap_0_x\" = \"inf\" is not a finite number; keeping the default 0\n"),
+            std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("ChromaKeyPRO does not use \"alphamap_7_x\"; ignored\n"), std::string::npos) << r.err;
+  EXPECT_EQ(ReadFile(Path("c2.xml")).find("inf"), std::string::npos);
+}
+
+// A key given twice: `--set` keeps the first, as a preset does, and says so.
+// The preset's dynamic variables are checked against their ranges too.
+TEST_F(NimboTest, RepeatedKeysKeepTheFirstValueInPresetsAndOnTheCommandLine) {
+  WritePicture("in.png", Noise(8, 8));
+  RunResult r = Run({"render", "copy", "-i", Path("in.png"), "--set", "tint=1", "--set", "tint=2", "--save-preset",
+                     Path("p.xml"), "-o", Path("a.png")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(r.err, "nimbo: warning: --set \"tint\" is given more than once; tint=1 is used, tint=2 ignored\n");
+  EXPECT_EQ(ReadSettingEntries(ReadFile(Path("p.xml"))).at(0).value, "1");
+
+  std::ofstream(Path("d.xml")) << "<Settings><ConfigData><data name=\"tint\" type=\"int\">3</data>"
+                                  "<data name=\"tint\" type=\"int\">4</data></ConfigData><Dynvars>"
+                                  "<var name=\"Level\" type=\"float\">7</var><var name=\"Lvl\" type=\"float\">0</var>"
+                                  "</Dynvars></Settings>";
+  r = Run({"render", "copy", "-i", Path("in.png"), "--preset", Path("d.xml"), "--save-preset", Path("d2.xml"), "-o",
+           Path("b.png")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_NE(r.err.find("\"tint\" is stored 2 times; the first value, \"3\", is used\n"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("dynamic variable \"Level\" = \"7\" is outside 0 .. 1; using 1\n"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("Copy has no dynamic variable \"Lvl\"; ignored\n"), std::string::npos) << r.err;
+  const std::string saved = ReadFile(Path("d2.xml"));
+  EXPECT_EQ(ReadSettingEntries(saved).at(0).value, "3");
+  EXPECT_EQ(ReadDynVarValues(saved).at(0).value, "1.000000");
+}
+
+// What nimbo saves it loads without a word, for every effect: the checks
+// find nothing to report in a preset the effect wrote itself.
+TEST_F(NimboTest, EverySavedPresetLoadsWithoutWarnings) {
+  const RunResult list = Run({"list", "--json"}, true);
+  ASSERT_EQ(list.code, 0);
+  WritePicture("in.png", Noise(16, 16));
+  std::istringstream lines(list.out);
+  int effects = 0;
+  for (std::string line; std::getline(lines, line);) {
+    const size_t index = line.find("\"index\": "), inputs = line.find("\"inputs\": [");
+    if (index == std::string::npos || inputs == std::string::npos) continue;
+    const std::string id = std::to_string(std::atoi(line.c_str() + index + 9));
+    const std::string listed = line.substr(inputs, line.find(']', inputs) - inputs);
+    // A 3D effect runs with its background alone; a filter needs every input.
+    long count = std::count(listed.begin(), listed.end(), '"') / 2 - 1;
+    if (line.find("3D,") != std::string::npos) count = std::min(count, 1L);
+    std::vector<std::string> args = {"render", id, "--size", "16x16", "--frames", "1"};
+    for (long i = 0; i < count; ++i) args.insert(args.end(), {"-i", Path("in.png")});
+    const std::string preset = Path("p" + id + ".xml");
+    std::vector<std::string> save = args, load = args;
+    save.insert(save.end(), {"--save-preset", preset, "-o", Path("a.png")});
+    load.insert(load.end(), {"--preset", preset, "-o", Path("b.png")});
+    RunResult r = Run(save, true);
+    ASSERT_EQ(r.code, 0) << line << "\n" << r.err;
+    r = Run(load, true);
+    ASSERT_EQ(r.code, 0) << line << "\n" << r.err;
+    EXPECT_EQ(r.err.find("warning: preset"), std::string::npos) << line << "\n" << r.err;
+    ++effects;
+  }
+  EXPECT_EQ(effects, 24);
+}
+
 }  // namespace
 }  // namespace nimbo::host

@@ -1,0 +1,68 @@
+#include "runtime/checked_store.h"
+
+#include <cstring>
+
+#include "runtime/host_error.h"
+#include "runtime/setting_checks.h"
+
+namespace nimbo::host {
+
+std::string QuotedValue(const std::string& text) {
+  constexpr size_t kShown = 40;
+  return Quoted(text.size() > kShown ? text.substr(0, kShown) + "..." : text);
+}
+
+void CheckedStore::Warn(const std::string& key, std::string text) {
+  if (warned_.insert(key).second) warnings_.push_back(source_ + ": " + std::move(text));
+}
+
+double CheckedStore::Checked(const char* key, bool is_int, double def) {
+  const auto text = host_.Store().Config().Find(key);
+  if (!text) return def;
+  read_.insert(key);
+  const CheckedNumber checked = CheckStoredNumber(is_int, *text, RangeOf(host_.FindSetting(key)));
+  const std::string named = Quoted(key) + " = " + QuotedValue(*text);
+  const std::string keeping = "; keeping the default " + ShownNumber(is_int, def);
+  switch (checked.fault) {
+    case ValueFault::kNone:
+      return checked.value;
+    case ValueFault::kOutOfRange:
+      Warn(key, named + " is outside " + RangeText(*checked.range) + "; using " + ShownNumber(is_int, checked.value));
+      return checked.value;
+    case ValueFault::kUnparsable:
+      Warn(key, named + " is not " + (is_int ? "an int" : "a float") + keeping);
+      return def;
+    case ValueFault::kNotANumber:
+    case ValueFault::kNotFinite:
+      Warn(key, named + (checked.range ? " is not a number in " + RangeText(*checked.range) : " is not a finite number") +
+                    keeping);
+      return def;
+  }
+  return def;
+}
+
+int32_t CheckedStore::GetInt(const char* key, int32_t def) {
+  if (!key || std::strcmp(key, "!") == 0) return host_.Store().GetInt(key, def);
+  return int32_t(Checked(key, true, def));
+}
+
+float CheckedStore::GetFloat(const char* key, float def) {
+  if (!key) return def;
+  return float(Checked(key, false, def));
+}
+
+const char* CheckedStore::GetString(const char* key, const char* def) {
+  const char* value = host_.Store().GetString(key, def);
+  if (key && value != def) read_.insert(key);
+  return value;
+}
+
+std::string CheckedStore::GetPath(const char* key, const char* def, bool* used_default) {
+  bool defaulted = true;
+  std::string path = host_.Store().GetPath(key, def, &defaulted);
+  if (key && !defaulted) read_.insert(key);
+  if (used_default) *used_default = defaulted;
+  return path;
+}
+
+}  // namespace nimbo::host
