@@ -2,17 +2,20 @@
 // configuration store and the dynamic-variable list over arbitrary bytes.
 //
 // Beyond "no crash, no hang, no read past the buffer" it checks what must hold
-// for every input: values written through the store read back, and the
+// for every input: the store's key index answers what a plain walk of the
+// block answers, values written through the store read back, and the
 // written document parses again to the same elements.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "framework/config_data.h"
 #include "framework/dynvar_list.h"
 #include "framework/xml_document.h"
+#include "linear_lookup.h"
 
 namespace {
 
@@ -47,6 +50,31 @@ std::string WalkAll(nimbo::XmlDocument& doc) {
   }
 }
 
+// The "name" attributes of the first elements, depth first: the keys the
+// index is asked for, beside a few fixed ones.
+std::vector<std::string> NamesIn(nimbo::XmlDocument& doc) {
+  std::vector<std::string> names = {"!", "a", "f", "s", "", "A"};
+  doc.ResetPos();
+  while (names.size() < 64) {
+    if (doc.FindElem()) {
+      bool found = false;
+      std::string name = doc.GetAttrib("name", &found);
+      if (found) names.push_back(std::move(name));
+      doc.ResetChildPos();
+      doc.IntoElem();
+    } else if (!doc.OutOfElem()) {
+      break;
+    }
+  }
+  return names;
+}
+
+void ExpectIndexAgrees(nimbo::ConfigData& config, nimbo::XmlDocument& doc) {
+  for (const std::string& key : NamesIn(doc)) {
+    FUZZ_CHECK(config.Find(key.c_str()) == nimbo::testing::LinearLookup(doc, key.c_str()));
+  }
+}
+
 void ReadStore(nimbo::ConfigData& config) {
   for (const char* key : {"!", "a", "dyn0", "n_dynvars", ""}) {
     config.GetInt(key, 3);
@@ -66,6 +94,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FUZZ_CHECK(parsed == !WalkAll(doc).empty());
 
   nimbo::ConfigData config(&doc);
+  ExpectIndexAgrees(config, doc);
   ReadStore(config);
   nimbo::DynVarList list;
   list.Load(config);
@@ -81,6 +110,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FUZZ_CHECK(config.GetInt("a", 0) == -7);
   FUZZ_CHECK(config.GetFloat("f", 0.0f) == 0.25f);
   FUZZ_CHECK(std::string_view(config.GetString("s", "")) == "<&>\"'");
+  ExpectIndexAgrees(config, doc);
   float* x = list.DeclareFloat("x", 0.0f, 1.0f, 0.5f, 0.0f, 1.0f, 0);
   list.Save(config);
   list.ExportXml(doc);
