@@ -96,24 +96,33 @@ bool ConfigData::HasBlock() { return Index().has_block; }
 const ConfigData::KeyIndex& ConfigData::Index() {
   if (index_.revision == doc_->Revision()) return index_;
   index_.first.clear();
+  index_.decoded.clear();
   index_.has_block = EnterBlock();
   if (index_.has_block) {
+    index_.first.reserve(doc_->ElementCount());
     while (doc_->FindChildElem(kDataElem)) {
       bool named = false;
-      std::string name = doc_->GetChildAttrib(kNameAttrib, &named);
-      if (named) index_.first.try_emplace(std::move(name), doc_->ChildHandle());
+      std::string_view name = doc_->GetChildAttribText(kNameAttrib, &named);
+      if (!named) continue;
+      if (name.find('&') != std::string_view::npos) name = index_.decoded.emplace_back(XmlDocument::Decode(name));
+      index_.first.try_emplace(name, doc_->ChildHandle());
     }
   }
   index_.revision = doc_->Revision();
   return index_;
 }
 
-std::optional<std::string> ConfigData::Find(const char* key) {
-  if (!key) return std::nullopt;
+int32_t ConfigData::FindElement(const char* key) {
+  if (!key) return 0;
   const KeyIndex& index = Index();
   const auto found = index.first.find(std::string_view(key));
-  if (found == index.first.end()) return std::nullopt;
-  return doc_->DataAt(found->second);
+  return found == index.first.end() ? 0 : found->second;
+}
+
+std::optional<std::string> ConfigData::Find(const char* key) {
+  const int32_t elem = FindElement(key);
+  if (!elem) return std::nullopt;
+  return doc_->DataAt(elem);
 }
 
 int32_t ConfigData::Write(const char* key, std::string_view text, const char* type) {

@@ -180,6 +180,9 @@ bool XmlDocument::Parse() {
     std::string_view name;
   };
   std::vector<Open> open{{0, 0, {}}};  // open[0] is the document
+  // Every element starts at a '<': counting them sizes the index once
+  // instead of growing it by copies.
+  elems_.reserve(size_t(std::count(text.begin(), text.end(), '<')) + 1);
   size_t pos = 0;
   while (true) {
     const size_t lt = text.find('<', pos);
@@ -346,6 +349,12 @@ XmlDocument::AttribSpot XmlDocument::LocateAttrib(int32_t elem, std::string_view
     }
   }
   return spot;
+}
+
+std::string_view XmlDocument::GetChildAttribText(std::string_view name, bool* found) const {
+  const AttribSpot spot = child_ ? LocateAttrib(child_, name) : AttribSpot{};
+  if (found) *found = spot.found;
+  return spot.found ? std::string_view(text_).substr(spot.value_l, spot.value_r - spot.value_l) : std::string_view();
 }
 
 std::string XmlDocument::AttribOf(int32_t elem, std::string_view name, bool* found) const {

@@ -25,6 +25,7 @@
 
 #include <array>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <optional>
 #include <string>
@@ -53,6 +54,9 @@ class ConfigData final : public orrery::ConfigStore {
   // The stored text of `key` as every get operation finds it; nothing when
   // the key (or the block) is missing.
   std::optional<std::string> Find(const char* key);
+  // The element Find reads, as a handle of the document (XmlDocument::DataAt);
+  // 0 when missing. Valid while the document's revision is unchanged.
+  int32_t FindElement(const char* key);
 
   // Positions the document in a new "ConfigData" block, creating "Settings"
   // when it is missing. The new block goes first in "Settings": reads and
@@ -69,15 +73,16 @@ class ConfigData final : public orrery::ConfigStore {
   int32_t SetPath(const char* key, const char* path) override;
 
  private:
-  // Hashes keys as string views, so a lookup needs no copy of the key.
   struct KeyHash {
-    using is_transparent = void;
     size_t operator()(std::string_view key) const { return std::hash<std::string_view>{}(key); }
   };
+  // Keys are views of the document's text (valid for the revision the index
+  // was built for), or of `decoded` for names written with entities.
   struct KeyIndex {
     uint64_t revision = 0;  // the document's revision it was built for; 0: never
     bool has_block = false;
-    std::unordered_map<std::string, int32_t, KeyHash, std::equal_to<>> first;  // key -> element handle
+    std::unordered_map<std::string_view, int32_t, KeyHash> first;  // key -> element handle
+    std::deque<std::string> decoded;
   };
 
   bool EnterBlock();

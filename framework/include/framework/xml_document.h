@@ -70,6 +70,12 @@ class XmlDocument {
   std::string GetChildAttrib(std::string_view name, bool* found = nullptr) const {
     return AttribOf(child_, name, found);
   }
+  // The child's attribute as it stands in the text, entities not decoded
+  // (`found` as above); valid while Revision() is unchanged. Readers that
+  // index many attributes decode only the values holding a '&'.
+  std::string_view GetChildAttribText(std::string_view name, bool* found = nullptr) const;
+  // How many elements the document holds.
+  size_t ElementCount() const { return elems_.size() - 1; }
   // The current child as a handle (0 for none), and the data of the element
   // a handle names. A handle stays valid while Revision() is unchanged.
   int32_t ChildHandle() const { return child_; }
