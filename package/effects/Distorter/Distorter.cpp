@@ -27,6 +27,7 @@
 // "input_res" with "input_w" x "input_h" (a fixed input resolution instead of
 // the output's). A frame whose input size does not fit is left as the host
 // gave it; so is one with no morphs or an input larger than 4096 a side.
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -88,10 +89,31 @@ std::string Key(const char* format, int32_t i, int32_t j = 0) {
   return key;
 }
 
-// The eight coordinates of a pair, in the order they are stored.
-constexpr const char* kLineKeys[8] = {
-    "morph%iline%i_l1_p1_x", "morph%iline%i_l1_p1_y", "morph%iline%i_l1_p2_x", "morph%iline%i_l1_p2_y",
-    "morph%iline%i_l2_p1_x", "morph%iline%i_l2_p1_y", "morph%iline%i_l2_p2_x", "morph%iline%i_l2_p2_y",
+// The eight coordinates of a pair, in the order they are stored, as key
+// suffixes after "morph%iline%i_".
+constexpr const char* kLineSuffixes[8] = {"l1_p1_x", "l1_p1_y", "l1_p2_x", "l1_p2_y",
+                                          "l2_p1_x", "l2_p1_y", "l2_p2_x", "l2_p2_y"};
+
+// The keys of one pair: "morph%iline%i_" is formatted once and each suffix
+// put after it. A large set reads these keys by the million, so they are
+// built in place rather than through a format string per key.
+class LineKeys {
+ public:
+  LineKeys(int32_t morph, int32_t line) {
+    char* p = std::to_chars(key_ + 5, key_ + 20, morph).ptr;
+    std::memcpy(p, "line", 4);
+    p = std::to_chars(p + 4, p + 20, line).ptr;
+    *p++ = '_';
+    suffix_ = p;
+  }
+  const char* operator[](int k) {
+    std::memcpy(suffix_, kLineSuffixes[k], 8);  // with its terminating zero
+    return key_;
+  }
+
+ private:
+  char key_[64] = "morph";
+  char* suffix_;
 };
 float* LineCoordinate(LinePair& pair, int k) {
   distorter::Line& line = k < 4 ? pair.l1 : pair.l2;
@@ -193,7 +215,8 @@ class CDistorterDfx final : public CEffectBase, public distorter::MorphEditing {
       store.SetInt(Key("morph%in_lines", i).c_str(), int32_t(morph.lines.size()));
       for (int32_t j = 0; j < int32_t(morph.lines.size()); ++j) {
         LinePair pair = morph.lines[size_t(j)];
-        for (int k = 0; k < 8; ++k) store.SetFloat(Key(kLineKeys[k], i, j).c_str(), *LineCoordinate(pair, k));
+        LineKeys keys(i, j);
+        for (int k = 0; k < 8; ++k) store.SetFloat(keys[k], *LineCoordinate(pair, k));
       }
     }
     WriteRows<DistorterSettings>(store, kTailRows, settings_);
@@ -266,9 +289,10 @@ class CDistorterDfx final : public CEffectBase, public distorter::MorphEditing {
       morph.lines.resize(size_t(lines));
       for (int32_t j = 0; j < lines; ++j) {
         LinePair& pair = morph.lines[size_t(j)];
+        LineKeys keys(i, j);
         for (int k = 0; k < 8; ++k) {
           float* value = LineCoordinate(pair, k);
-          *value = store.GetFloat(Key(kLineKeys[k], i, j).c_str(), *value);
+          *value = store.GetFloat(keys[k], *value);
         }
       }
     }
