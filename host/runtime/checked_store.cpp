@@ -17,11 +17,12 @@ void CheckedStore::Warn(const std::string& key, std::string text) {
 }
 
 double CheckedStore::Checked(const char* key, bool is_int, double def) {
-  const auto text = host_.Store().Config().Find(key);
-  if (!text) return def;
-  read_.insert(key);
-  const CheckedNumber checked = CheckStoredNumber(is_int, *text, RangeOf(host_.FindSetting(key)));
-  const std::string named = Quoted(key) + " = " + QuotedValue(*text);
+  const int32_t elem = host_.Store().Config().FindElement(key);
+  if (!elem) return def;
+  read_.insert(elem);
+  const std::string text = host_.Store().Document().DataAt(elem);
+  const CheckedNumber checked = CheckStoredNumber(is_int, text, RangeOf(host_.FindSetting(key)));
+  const std::string named = Quoted(key) + " = " + QuotedValue(text);
   const std::string keeping = "; keeping the default " + ShownNumber(is_int, def);
   switch (checked.fault) {
     case ValueFault::kNone:
@@ -52,17 +53,13 @@ float CheckedStore::GetFloat(const char* key, float def) {
 }
 
 const char* CheckedStore::GetString(const char* key, const char* def) {
-  const char* value = host_.Store().GetString(key, def);
-  if (key && value != def) read_.insert(key);
-  return value;
+  if (const int32_t elem = host_.Store().Config().FindElement(key)) read_.insert(elem);
+  return host_.Store().GetString(key, def);
 }
 
 std::string CheckedStore::GetPath(const char* key, const char* def, bool* used_default) {
-  bool defaulted = true;
-  std::string path = host_.Store().GetPath(key, def, &defaulted);
-  if (key && !defaulted) read_.insert(key);
-  if (used_default) *used_default = defaulted;
-  return path;
+  if (const int32_t elem = host_.Store().Config().FindElement(key)) read_.insert(elem);
+  return host_.Store().GetPath(key, def, used_default);
 }
 
 }  // namespace nimbo::host

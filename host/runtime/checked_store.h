@@ -9,8 +9,8 @@
 //     of that type ("abc" for an int): the effect keeps its default, the
 //     value it passed in;
 // each with one warning naming the key, the stored text and the range or
-// the default. It also notes every key it found, so that the caller can tell
-// which of the preset's keys the effect never asked for.
+// the default. It also notes the element of every key it found, so that the
+// caller can tell which of the preset's keys the effect never asked for.
 #pragma once
 
 #include <cstdint>
@@ -38,7 +38,9 @@ class CheckedStore final : public orrery::ConfigStore {
   std::string GetPath(const char* key, const char* def, bool* used_default) override;
   int32_t SetPath(const char* key, const char* path) override { return host_.Store().SetPath(key, path); }
 
-  bool WasRead(const std::string& key) const { return read_.count(key) != 0; }
+  // Whether the effect asked for the key stored in element `handle` (a
+  // handle of the document read, ConfigData::FindElement).
+  bool WasRead(int32_t handle) const { return read_.count(handle) != 0; }
   const std::vector<std::string>& Warnings() const { return warnings_; }
 
  private:
@@ -49,7 +51,7 @@ class CheckedStore final : public orrery::ConfigStore {
 
   EffectHost& host_;
   std::string source_;
-  std::unordered_set<std::string> read_;
+  std::unordered_set<int32_t> read_;
   std::unordered_set<std::string> warned_;
   std::vector<std::string> warnings_;
 };

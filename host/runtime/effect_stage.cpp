@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <map>
+#include <unordered_map>
 
 #include "runtime/checked_store.h"
 #include "runtime/host_error.h"
@@ -12,6 +13,7 @@
 #include "runtime/settings_edit.h"
 #include "orrery/services.h"
 #include "framework/config_data.h"
+#include "framework/xml_document.h"
 
 namespace nimbo::host {
 namespace {
@@ -45,7 +47,7 @@ void EffectStage::Configure(const StageOptions& options) {
   effect_->UpdateConfig();
   if (!options.preset.empty()) LoadPreset(options.preset);
   if (!options.sets.empty()) ApplySets(options.sets);
-  if (!preset_text_.empty()) ApplyDynVarValues(ReadDynVarValues(preset_text_));
+  if (!options.preset.empty()) ApplyDynVarValues(preset_dynvars_);
 
   input_sizes_.clear();
   for (int32_t i = 0; i < effect_->GetInputCount(); ++i) {
@@ -73,29 +75,45 @@ void EffectStage::Warn(const std::string& text) {
 void EffectStage::LoadPreset(const std::string& path) {
   SettingsDocument& store = host_.Store();
   if (!store.LoadFromFile(path)) throw HostError("cannot load preset " + Quoted(path) + ": " + store.GetError());
-  preset_text_ = store.Text();
+  preset_dynvars_ = ReadDynVarValues(store.Document());
   preset_path_ = path;
   const std::string source = "preset " + Quoted(path);
   CheckedStore checked(host_, source);
+  const uint64_t revision = store.Document().Revision();
   host_.UseStore(&checked);
   effect_->UpdateConfig();
   host_.UseStore(nullptr);
   for (const std::string& warning : checked.Warnings()) Warn(warning);
 
-  std::map<std::string, std::pair<int, std::string>> seen;  // key -> times stored, first text
-  std::vector<std::string> order;
-  for (const SettingEntry& entry : ReadSettingEntries(preset_text_)) {
-    auto [at, added] = seen.try_emplace(entry.key, 0, entry.value);
-    if (added) order.push_back(entry.key);
-    ++at->second.first;
-  }
-  for (const std::string& key : order) {
-    const auto& [times, first] = seen[key];
-    if (!checked.WasRead(key)) Warn(source + ": " + entry_.short_name + " does not use " + Quoted(key) + "; ignored");
-    if (times > 1) {
-      Warn(source + ": " + Quoted(key) + " is stored " + std::to_string(times) + " times; the first value, " +
-           QuotedValue(first) + ", is used");
+  // A preset without values makes the effect write its own into the
+  // document: then there is nothing of the preset's to report.
+  if (store.Document().Revision() == revision) ReportUnusedAndRepeatedKeys(checked, source);
+}
+
+// Walks the preset's values: a key whose first element the effect never
+// read is unused; later elements of a key are repeats, which the store
+// never reads.
+void EffectStage::ReportUnusedAndRepeatedKeys(const CheckedStore& checked, const std::string& source) {
+  SettingsDocument& store = host_.Store();
+  XmlDocument& doc = store.Document();
+  std::unordered_map<int32_t, int> times;  // the first element of a repeated key -> how often it is stored
+  std::vector<std::pair<int32_t, std::string>> repeated;
+  doc.ResetPos();
+  if (!doc.FindElem(kSettingsElem) || !doc.FindChildElem(kConfigDataElem) || !doc.IntoElem()) return;
+  while (doc.FindChildElem("data")) {
+    bool named = false;
+    const std::string key = doc.GetChildAttrib("name", &named);
+    if (!named || key.find('\0') != std::string::npos) continue;
+    const int32_t first = store.Config().FindElement(key.c_str());
+    if (first == doc.ChildHandle()) {
+      if (!checked.WasRead(first)) Warn(source + ": " + entry_.short_name + " does not use " + Quoted(key) + "; ignored");
+    } else if (times[first]++ == 0) {
+      repeated.emplace_back(first, key);
     }
+  }
+  for (const auto& [first, key] : repeated) {
+    Warn(source + ": " + Quoted(key) + " is stored " + std::to_string(times[first] + 1) + " times; the first value, " +
+         QuotedValue(doc.DataAt(first)) + ", is used");
   }
 }
 

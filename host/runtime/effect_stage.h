@@ -11,6 +11,7 @@
 #include "media/frame_buffer.h"
 #include "runtime/keyframes.h"
 #include "runtime/package_loader.h"
+#include "runtime/settings_edit.h"
 
 namespace nimbo::host {
 
@@ -72,8 +73,9 @@ class EffectStage {
   };
   void Warn(const std::string& text);
   void LoadPreset(const std::string& path);
+  void ReportUnusedAndRepeatedKeys(const class CheckedStore& checked, const std::string& source);
   void ApplySets(const std::vector<std::string>& sets);
-  void ApplyDynVarValues(const std::vector<struct DynVarValue>& values);
+  void ApplyDynVarValues(const std::vector<DynVarValue>& values);
   void Bind(const std::string& assignment);
   [[noreturn]] void FailUnknownVariable(const KeyframeTrack& track) const;
 
@@ -87,7 +89,7 @@ class EffectStage {
   std::vector<Binding> bindings_;
   FrameBuffer output_;
   int64_t failed_frames_ = 0;
-  std::string preset_text_;
+  std::vector<DynVarValue> preset_dynvars_;  // the preset's current values of dynamic variables
   std::string preset_path_;
   std::vector<std::string> warnings_;
 };

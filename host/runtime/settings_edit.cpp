@@ -87,9 +87,14 @@ void ApplySetting(std::vector<SettingEntry>& entries, const std::string& assignm
 }
 
 std::vector<DynVarValue> ReadDynVarValues(const std::string& document_text) {
-  std::vector<DynVarValue> values;
   XmlDocument doc;
-  if (!doc.SetDoc(document_text) || !EnterBlock(doc, "Dynvars")) return values;
+  if (!doc.SetDoc(document_text)) return {};
+  return ReadDynVarValues(doc);
+}
+
+std::vector<DynVarValue> ReadDynVarValues(XmlDocument& doc) {
+  std::vector<DynVarValue> values;
+  if (!EnterBlock(doc, "Dynvars")) return values;
   while (doc.FindElem("var")) values.push_back({doc.GetAttrib("name"), doc.GetAttrib("type"), doc.GetData()});
   return values;
 }

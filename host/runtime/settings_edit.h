@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/xml_document.h"
 #include "runtime/effect_host.h"
 #include "runtime/setting_checks.h"
 
@@ -50,6 +51,7 @@ struct DynVarValue {
 
 // The "var" elements of the first "Settings"/"Dynvars" block.
 std::vector<DynVarValue> ReadDynVarValues(const std::string& document_text);
+std::vector<DynVarValue> ReadDynVarValues(XmlDocument& doc);
 // `document_text` with a "Dynvars" block of `values` added to "Settings".
 std::string AddDynVarValues(const std::string& document_text, const std::vector<DynVarValue>& values);
 
