@@ -81,6 +81,51 @@ TEST(SettingsEdit, ParsesValuesByTheStoredType) {
   }
 }
 
+// One check, two readings: the command line's (all of the text one number,
+// hex for ints) and the store's (a leading number, what a preset holds).
+TEST(SettingChecks, JudgeBothReadingsAgainstTheRange) {
+  const ValueRange hue{-180, 180};
+  struct Case {
+    bool typed, is_int;
+    const char* text;
+    std::optional<ValueRange> range;
+    ValueFault fault;
+    double value;
+  };
+  const Case cases[] = {
+      {true, false, "1000", hue, ValueFault::kOutOfRange, 180},
+      {true, false, "-inf", hue, ValueFault::kOutOfRange, -180},
+      {true, false, "180", hue, ValueFault::kNone, 180},
+      {true, false, "nan", hue, ValueFault::kNotANumber, 0},
+      {true, false, "1e39", std::nullopt, ValueFault::kNotFinite, 0},
+      {true, false, "1e-400", std::nullopt, ValueFault::kNone, 0},
+      {true, false, "12x", hue, ValueFault::kUnparsable, 0},
+      {true, true, "0xFFFFFFFF", ValueRange{0, 0xFFFFFF}, ValueFault::kOutOfRange, 0},  // the signed word -1
+      {true, true, "0xFFFFFFFF", std::nullopt, ValueFault::kNone, -1},
+      {true, true, "99999999999", std::nullopt, ValueFault::kOutOfRange, INT32_MAX},
+      {true, true, "1.5", std::nullopt, ValueFault::kUnparsable, 0},
+      {false, true, "12abc", ValueRange{1, 32}, ValueFault::kNone, 12},
+      {false, true, "3.750000", ValueRange{1, 32}, ValueFault::kNone, 3},
+      {false, true, "-5", ValueRange{1, 32}, ValueFault::kOutOfRange, 1},
+      {false, true, "abc", ValueRange{1, 32}, ValueFault::kUnparsable, 0},
+      {false, false, "inf", std::nullopt, ValueFault::kNotFinite, 0},
+      {false, false, "1e39", ValueRange{0, 4}, ValueFault::kOutOfRange, 4},
+      {false, false, "NAN", ValueRange{0, 4}, ValueFault::kNotANumber, 0},
+  };
+  for (const Case& c : cases) {
+    const CheckedNumber got = c.typed ? CheckTypedNumber(c.is_int, c.text, c.range)
+                                      : CheckStoredNumber(c.is_int, c.text, c.range);
+    EXPECT_EQ(got.fault, c.fault) << c.text;
+    if (c.fault == ValueFault::kNone || c.fault == ValueFault::kOutOfRange) {
+      EXPECT_EQ(got.value, c.value) << c.text;
+    }
+  }
+  EXPECT_EQ(RangeText({0, 16777215}), "0 .. 16777215");
+  const SettingRecord text{"k", orrery::SettingType::kString, 0, 10, ""}, empty{"k", orrery::SettingType::kInt, 0, 0, ""};
+  EXPECT_FALSE(RangeOf(&text) || RangeOf(&empty) || RangeOf(nullptr));
+  EXPECT_THROW(ParseSettingValue("hue", "float", "181", hue), HostError);
+}
+
 TEST(SettingsEdit, UnknownKeyErrorListsTheValidKeys) {
   std::vector<SettingEntry> entries = ReadSettingEntries(kDocument);
   ApplySetting(entries, "radius=9", "Blur");
