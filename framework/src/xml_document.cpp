@@ -504,20 +504,26 @@ void XmlDocument::Splice(size_t at, size_t remove, std::string_view insert, int3
   const size_t shift = insert.size() - remove;
   for (int32_t i = follower; i; i = elems_[i].next) ShiftTree(i, p, shift);
   for (int32_t x = container; x; x = elems_[x].parent) {
-    Elem& e = elems_[x];
-    if (e.start_l >= p) {
-      e.start_l += shift;
-      e.start_r += shift;
-      e.end_l += shift;
-      e.end_r += shift;
-    } else if (e.end_r > p) {
-      if (e.start_r > p) e.start_r += shift;
-      e.end_l += shift;
-      e.end_r += shift;
-    }
-    for (int32_t i = e.next; i; i = elems_[i].next) ShiftTree(i, p, shift);
+    ShiftElem(elems_[x], p, shift);
+    for (int32_t i = elems_[x].next; i; i = elems_[i].next) ShiftTree(i, p, shift);
   }
   elems_[0].end_l = elems_[0].end_r = text_.size();
+}
+
+// Moves an element whole when it starts at or after the splice at `p`, or
+// its end (and the end of its start tag when the splice lies inside the tag)
+// when it only contains the splice.
+void XmlDocument::ShiftElem(Elem& e, size_t p, size_t shift) {
+  if (e.start_l >= p) {
+    e.start_l += shift;
+    e.start_r += shift;
+    e.end_l += shift;
+    e.end_r += shift;
+  } else if (e.end_r > p) {
+    if (e.start_r > p) e.start_r += shift;
+    e.end_l += shift;
+    e.end_r += shift;
+  }
 }
 
 // Moves `root` and its subtree whole (they all start behind the splice at
@@ -525,15 +531,9 @@ void XmlDocument::Splice(size_t at, size_t remove, std::string_view insert, int3
 void XmlDocument::ShiftTree(int32_t root, size_t p, size_t shift) {
   int32_t i = root;
   while (true) {
-    Elem& e = elems_[i];
-    if (e.start_l >= p) {
-      e.start_l += shift;
-      e.start_r += shift;
-      e.end_l += shift;
-      e.end_r += shift;
-    }
-    if (e.child) {
-      i = e.child;
+    ShiftElem(elems_[i], p, shift);
+    if (elems_[i].child) {
+      i = elems_[i].child;
       continue;
     }
     while (i != root && !elems_[i].next) i = elems_[i].parent;

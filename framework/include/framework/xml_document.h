@@ -126,6 +126,7 @@ class XmlDocument {
   void OpenEmpty(int32_t elem);
   void Splice(size_t at, size_t remove, std::string_view insert, int32_t container, int32_t follower);
   void ShiftTree(int32_t root, size_t p, size_t shift);
+  static void ShiftElem(Elem& e, size_t p, size_t shift);
   static uint64_t NextRevision();
   int32_t LastChild(int32_t parent) const;
   int32_t PrevSibling(int32_t elem) const;
