@@ -1,0 +1,28 @@
+// OutputCommit: every output of one run (the picture, video or image
+// sequence, the --values table, the saved presets) is put in place
+// together. First each is made durable under its temporary name, which is
+// where a full disk or a broken path shows; only when all of them are, they
+// are renamed into place, with the interrupting signals held back so the
+// renames do not stop halfway. If any one fails before that point, no older
+// file is replaced.
+#pragma once
+
+#include <vector>
+
+#include "runtime/pending_file.h"
+
+namespace nimbo::host {
+
+class OutputCommit {
+ public:
+  // `output` must outlive Commit().
+  void Add(PendingOutput& output) { outputs_.push_back(&output); }
+  // Throws HostError naming the output that failed, or when a signal came
+  // before the renames began.
+  void Commit();
+
+ private:
+  std::vector<PendingOutput*> outputs_;
+};
+
+}  // namespace nimbo::host
