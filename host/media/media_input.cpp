@@ -60,6 +60,20 @@ AVPixelFormat PlainFormat(AVPixelFormat format, bool* full_range) {
 // with EINTR): a signal ends the open or read instead of waiting on.
 int StopOnSignal(void*) { return InterruptSignal() != 0 ? 1 : 0; }
 
+// A JPEG ends with the marker FF D9. FFmpeg decodes a file cut short without
+// a word (it fills in the missing rows), so the host checks the end itself.
+// Answers the file's size when the marker is missing, else -1.
+int64_t TruncatedJpegSize(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) return -1;
+  struct stat info {};
+  unsigned char tail[2] = {0, 0};
+  const bool read_tail = fstat(fd, &info) == 0 && S_ISREG(info.st_mode) && info.st_size >= 2 &&
+                         pread(fd, tail, 2, info.st_size - 2) == 2;
+  close(fd);
+  return read_tail && !(tail[0] == 0xFF && tail[1] == 0xD9) ? int64_t(info.st_size) : -1;
+}
+
 // A pipe (FIFO) blocks open() until a writer comes, and a signal that lands
 // just before open() would be missed. So it is opened without blocking and
 // waited on here, in slices that look at the signal flag; FFmpeg then reads
@@ -122,6 +136,7 @@ class MediaInput final : public FrameSource {
   int64_t damaged_packets_ = 0;  // skipped the way players skip them
   int64_t damaged_frames_ = 0;   // decoded in part (the rest concealed)
   bool ended_ = false;
+  int64_t truncated_jpeg_size_ = -1;
   std::string read_error_;       // what ended the reading early
   int pipe_fd_ = -1;
   SwsContext* sws_ = nullptr;
@@ -164,6 +179,8 @@ void MediaInput::Open() {
       input_format = nullptr;  // "pipe:N" has no extension: FFmpeg tells the type from the bytes
     }
   }
+
+  if (still_ && (ext == "jpg" || ext == "jpeg")) truncated_jpeg_size_ = TruncatedJpegSize(url);
 
   AVFormatContext* raw = avformat_alloc_context();
   if (!raw) throw std::bad_alloc();
@@ -285,6 +302,11 @@ std::string MediaInput::Warning() const {
     // frames keeps rounding from raising the alarm.
     add(Quoted(name_) + " ended after " + std::to_string(frames_read_) + " of the about " +
         std::to_string(count_hint_) + " frames its header announces; the file looks truncated");
+  }
+  if (truncated_jpeg_size_ >= 0 && frames_read_ > 0) {
+    add(Quoted(name_) + " is cut short: its " + std::to_string(truncated_jpeg_size_) +
+        " bytes end before the JPEG end marker, so only the part of the picture they hold was decoded (the rest is "
+        "filled in)");
   }
   if (damaged_packets_ + damaged_frames_ > 0) {
     add(Quoted(name_) + " is damaged: " + std::to_string(damaged_packets_ + damaged_frames_) + " of its " +

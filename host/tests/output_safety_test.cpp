@@ -129,6 +129,18 @@ TEST_F(OutputSafetyTest, ASequenceReplacesOnlyItsOwnFramesAndOnlyWhenComplete) {
   EXPECT_EQ(ReadFile(Path("f_0004.png")), "old");  // frames beyond the render are not touched
   EXPECT_EQ(ReadFile(Path("f_0005.png")), "old");
   EXPECT_TRUE(PartFiles().empty());
+
+  // A render that fails at its third frame (a broken input picture) leaves
+  // every older frame as it was, and adds none.
+  WritePicture("in_1.png", Noise(8, 8));
+  WritePicture("in_2.png", Noise(8, 8));
+  WriteText("in_3.png", "not a picture");
+  const auto before = Snapshot();
+  const RunResult broken = Run({"render", "copy", "-i", Path("in_%d.png"), "-o", Path("f_%04d.png")});
+  EXPECT_EQ(broken.code, 1);
+  EXPECT_NE(broken.err.find("in_3.png"), std::string::npos) << broken.err;
+  EXPECT_EQ(Snapshot(), before);
+  EXPECT_TRUE(PartFiles().empty());
 }
 
 TEST_F(OutputSafetyTest, RepeatedOrUselessOptionsAreNeverDroppedSilently) {
@@ -247,6 +259,21 @@ TEST_F(OutputSafetyTest, MissingFramesAreNamedOrCounted) {
   EXPECT_LT(read, 200u);
   EXPECT_NE(r.err.find("warning: "), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("after " + std::to_string(read)), std::string::npos) << r.err;
+
+  // So does a JPEG cut short, which FFmpeg decodes in part without a word.
+  r = Run({"render", "gen", "--size", "64x48", "--frames", "1", "-o", Path("whole.jpg")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  const std::string jpeg = ReadFile(Path("whole.jpg"));
+  std::ofstream(Path("cut.jpg"), std::ios::binary) << jpeg.substr(0, jpeg.size() - 20);
+  r = Run({"render", "copy", "-i", Path("whole.jpg"), "-o", Path("from_whole.png")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_TRUE(r.err.empty()) << r.err;
+  r = Run({"render", "copy", "-i", Path("cut.jpg"), "-o", Path("from_cut.png")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_NE(r.err.find("warning: \"" + Path("cut.jpg") + "\" is cut short: its " + std::to_string(jpeg.size() - 20) +
+                       " bytes"),
+            std::string::npos)
+      << r.err;
 }
 
 }  // namespace
