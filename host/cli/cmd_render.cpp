@@ -101,6 +101,7 @@ int RunRender(const CommandLine& cl) {
   // Before anything is read or written: no output may land on an input or
   // on another output.
   CheckPaths(r);
+  CheckOutputName(r.output);
   WarnAboutUnusedOptions(r);
   const auto package = LoadPackage(cl);
   std::vector<const EffectEntry*> entries;
@@ -138,6 +139,7 @@ int RunRender(const CommandLine& cl) {
     else if (IsCameraPath(r.stages[0].inputs[0])) throw HostError("a camera input needs --frames N");
   }
 
+  CheckOutputSize(r.output, width, height);  // before the effects allocate for that size
   EffectChain chain(*package, width, height, fps);
   for (size_t k = 0; k < r.stages.size(); ++k) chain.Add(*entries[k], r.stages[k], std::move(sources[k]));
 

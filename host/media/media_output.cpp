@@ -55,10 +55,6 @@ class SequenceOutput final : public MediaOutput {
  public:
   SequenceOutput(const std::string& pattern, bool keep_alpha, OutputCommit* commit)
       : MediaOutput(commit), ext_(ExtensionOf(pattern)), keep_alpha_(keep_alpha) {
-    if (!CanEncodeImage(ext_)) {
-      throw HostError("cannot write " + Quoted(pattern) + ": sequences of ." + ext_ +
-                      " pictures are not supported (use png, jpg, bmp, tif, tga or ppm, as in name_%04d.png)");
-    }
     (void)EncodeImage(FrameBuffer(1, 1), ext_, keep_alpha_, pattern);  // alpha asked of a type without it
     frames_ = std::make_unique<PendingSequence>(pattern);
     Join(*frames_);
@@ -194,12 +190,6 @@ VideoOutput::VideoOutput(const std::string& path, int32_t width, int32_t height,
                          OutputCommit* commit)
     : MediaOutput(commit), width_(width), height_(height) {
   const std::string ext = ExtensionOf(path);
-  if (!IsVideoOutputExtension(ext)) {
-    throw HostError("cannot write " + Quoted(path) + ": " +
-                    (ext.empty() ? std::string("the name has no extension to say what to write")
-                                 : "nimbo does not write ." + ext + " files") +
-                    "; it writes " + kOutputKinds);
-  }
   file_ = std::make_unique<PendingFile>(path);
   AVFormatContext* raw = nullptr;
   // The container is guessed from the real name; the bytes go to the
@@ -311,10 +301,25 @@ bool IsVideoOutputExtension(const std::string& ext) {
   return std::find(std::begin(kVideos), std::end(kVideos), ext) != std::end(kVideos);
 }
 
-std::unique_ptr<MediaOutput> CreateOutput(const std::string& path, int32_t width, int32_t height,
-                                          const OutputOptions& options, OutputCommit* commit) {
+void CheckOutputName(const std::string& path) {
+  const std::string ext = ExtensionOf(path);
+  if (HasFramePattern(path)) {
+    if (!CanEncodeImage(ext)) {
+      throw HostError("cannot write " + Quoted(path) + ": sequences of ." + ext +
+                      " pictures are not supported (use png, jpg, bmp, tif, tga or ppm, as in name_%04d.png)");
+    }
+    return;
+  }
+  (void)ResolveOutputTarget(path);  // standard output, devices, folders
+  if (IsStillImageExtension(ext) || CanEncodeImage(ext) || IsVideoOutputExtension(ext)) return;
+  throw HostError("cannot write " + Quoted(path) + ": " +
+                  (ext.empty() ? std::string("the name has no extension to say what to write")
+                               : "nimbo does not write ." + ext + " files") +
+                  "; it writes " + kOutputKinds);
+}
+
+void CheckOutputSize(const std::string& path, int32_t width, int32_t height) {
   if (width < 1 || height < 1) throw HostError("cannot write " + Quoted(path) + ": the picture size is empty");
-  if (!HasFramePattern(path)) (void)ResolveOutputTarget(path);  // standard output, devices, folders
   // FFmpeg's frames hold fewer than 2^31 / 8 bytes' worth of pixels (with a
   // 128-pixel margin each way); a larger size fails deep in an encoder.
   if (av_image_check_size(unsigned(width), unsigned(height), 0, nullptr) < 0) {
@@ -322,6 +327,12 @@ std::unique_ptr<MediaOutput> CreateOutput(const std::string& path, int32_t width
                     " is larger than FFmpeg's encoders take ((width + 128) x (height + 128) must stay below "
                     "268435456, about 16000x16000); give a smaller --size");
   }
+}
+
+std::unique_ptr<MediaOutput> CreateOutput(const std::string& path, int32_t width, int32_t height,
+                                          const OutputOptions& options, OutputCommit* commit) {
+  CheckOutputName(path);
+  CheckOutputSize(path, width, height);
   const std::string ext = ExtensionOf(path);
   if (HasFramePattern(path)) return std::make_unique<SequenceOutput>(path, options.keep_alpha, commit);
   if (IsStillImageExtension(ext) || CanEncodeImage(ext))

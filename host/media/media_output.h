@@ -60,4 +60,10 @@ std::unique_ptr<MediaOutput> CreateOutput(const std::string& path, int32_t width
 // The video file extensions nimbo writes.
 bool IsVideoOutputExtension(const std::string& ext);
 
+// What CreateOutput refuses that the name and size alone show (a kind nimbo
+// does not write, standard output, a device, a size beyond FFmpeg's), for a
+// check before any input is opened. Throws HostError.
+void CheckOutputName(const std::string& path);
+void CheckOutputSize(const std::string& path, int32_t width, int32_t height);
+
 }  // namespace nimbo::host
