@@ -177,10 +177,13 @@ void MediaInput::Open() {
       pipe_fd_ = OpenPipeInterruptibly(url);
       url = "pipe:" + std::to_string(pipe_fd_);
       input_format = nullptr;  // "pipe:N" has no extension: FFmpeg tells the type from the bytes
+    } else {
+      if (still_ && (ext == "jpg" || ext == "jpeg")) truncated_jpeg_size_ = TruncatedJpegSize(url);
+      // The name as it stands: "http:x.mp4" or "file:y" is a file of that
+      // name here, never a protocol FFmpeg would follow elsewhere.
+      url = "file:" + url;
     }
   }
-
-  if (still_ && (ext == "jpg" || ext == "jpeg")) truncated_jpeg_size_ = TruncatedJpegSize(url);
 
   AVFormatContext* raw = avformat_alloc_context();
   if (!raw) throw std::bad_alloc();

@@ -236,7 +236,7 @@ VideoOutput::VideoOutput(const std::string& path, int32_t width, int32_t height,
   stream_->time_base = encoder_->time_base;
   stream_->avg_frame_rate = rate;
   rc = avcodec_parameters_from_context(stream_->codecpar, encoder_.get());
-  if (rc >= 0) rc = avio_open(&format_->pb, file_->TempPath().c_str(), AVIO_FLAG_WRITE);
+  if (rc >= 0) rc = avio_open(&format_->pb, ("file:" + file_->TempPath()).c_str(), AVIO_FLAG_WRITE);
   if (rc >= 0) rc = avformat_write_header(format_.get(), nullptr);
   if (rc < 0) Fail(AvErrorText(rc));
   Join(*file_);
