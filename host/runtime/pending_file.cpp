@@ -207,6 +207,9 @@ void PendingSequence::AddFrame(const void* data, size_t size) {
 
 void PendingSequence::Seal() {
   if (count_ == 0) throw HostError(CannotWrite(pattern_, "no frame was rendered"));
+  // A frame's name that cannot take a file (a folder, a device, a link to
+  // nowhere) fails here, before any frame is put in place.
+  for (int64_t n = 1; n <= count_; ++n) (void)ResolveOutputTarget(FormatFramePattern(pattern_, n));
   // One flush of the folder's file system instead of one per picture.
   const int fd = open(temp_folder_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd < 0) throw HostError(CannotWrite(pattern_, std::strerror(errno)));
@@ -220,7 +223,10 @@ void PendingSequence::Publish() {
   for (; published_ < count_; ++published_) {
     const std::string final_path = FormatFramePattern(pattern_, published_ + 1);
     const std::string temp = temp_folder_ + NameOf(final_path);
-    if (std::rename(temp.c_str(), final_path.c_str()) != 0)
+    // Like a single output, a frame whose name is a symbolic link replaces
+    // the file the link points to.
+    const std::string target = ResolveOutputTarget(final_path);
+    if (std::rename(temp.c_str(), target.c_str()) != 0)
       throw HostError(CannotWrite(final_path, std::strerror(errno)));
   }
   rmdir(temp_folder_.c_str());

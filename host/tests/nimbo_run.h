@@ -4,6 +4,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -110,7 +111,10 @@ class NimboTest : public ::testing::Test {
     const std::string out = Path(".stdout"), err = Path(".stderr");
     const pid_t pid = fork();
     if (pid == 0) {
-      if (!freopen(out.c_str(), "w", stdout) || !freopen(err.c_str(), "w", stderr)) _exit(126);
+      // Only async-signal-safe calls between fork and exec.
+      const int out_fd = open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      const int err_fd = open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+      if (out_fd < 0 || err_fd < 0 || dup2(out_fd, 1) < 0 || dup2(err_fd, 2) < 0) _exit(126);
       if (file_size_limit >= 0) {
         signal(SIGXFSZ, SIG_IGN);  // a write past the limit fails with EFBIG instead of killing
         const rlimit limit{rlim_t(file_size_limit), rlim_t(file_size_limit)};

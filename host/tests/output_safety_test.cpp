@@ -75,6 +75,12 @@ TEST_F(OutputSafetyTest, ASymbolicLinkAsOutputIsFollowedAndStays) {
   ASSERT_EQ(lstat(Path("link.png").c_str(), &info), 0);
   EXPECT_TRUE(S_ISLNK(info.st_mode));
   EXPECT_EQ(ReadAll("target.png").at(0).pixels, Noise(8, 8).pixels);
+  // So is a frame of a sequence whose name is a link.
+  WriteText("frame_target.png", "old");
+  ASSERT_EQ(symlink("frame_target.png", Path("f_1.png").c_str()), 0);
+  ASSERT_EQ(Run({"render", "copy", "-i", Path("in.png"), "-o", Path("f_%d.png"), "--keep-alpha"}).code, 0);
+  EXPECT_TRUE(std::filesystem::is_symlink(Path("f_1.png")));
+  EXPECT_EQ(ReadAll("frame_target.png").at(0).pixels, Noise(8, 8).pixels);
   // A link to nowhere is refused, and stays as it was.
   ASSERT_EQ(symlink("missing/nothing.png", Path("dangling.png").c_str()), 0);
   const RunResult dangling = Run({"render", "copy", "-i", Path("in.png"), "-o", Path("dangling.png")});
