@@ -3,8 +3,10 @@
 // together. First each is made durable under its temporary name, which is
 // where a full disk or a broken path shows; only when all of them are, they
 // are renamed into place, with the interrupting signals held back so the
-// renames do not stop halfway. If any one fails before that point, no older
-// file is replaced.
+// renames do not stop halfway. Each rename swaps the new file with the older
+// one (RENAME_EXCHANGE), so when a rename fails, the ones done are undone:
+// if any output fails, no older file is replaced (on file systems that
+// cannot swap, a failing rename can still leave earlier ones in place).
 #pragma once
 
 #include <vector>

@@ -98,6 +98,25 @@ std::string CreateTemp(const std::string& folder, const std::string& name, const
   }
 }
 
+// Moves `from` to `to`. When `to` exists the two are swapped atomically,
+// so the older file waits at `from` until the commit is final and can be
+// put back. Answers whether they were swapped; throws HostError.
+bool SwapIntoPlace(const std::string& from, const std::string& to, const std::string& shown) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_EXCHANGE) == 0) return true;
+  // No older file (ENOENT), or a file system that cannot swap: a plain
+  // rename, which replaces the older file for good.
+  if (errno != ENOENT && errno != EINVAL && errno != ENOSYS)
+    throw HostError(CannotWrite(shown, std::strerror(errno)));
+  if (std::rename(from.c_str(), to.c_str()) != 0) throw HostError(CannotWrite(shown, std::strerror(errno)));
+  return false;
+}
+
+// Undoes SwapIntoPlace.
+void PutBack(const std::string& from, const std::string& to, bool swapped) {
+  if (swapped) renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_EXCHANGE);
+  else std::rename(to.c_str(), from.c_str());
+}
+
 void WriteFully(int fd, const void* data, size_t size, const std::string& shown) {
   const char* bytes = static_cast<const char*>(data);
   while (size > 0) {
@@ -130,6 +149,7 @@ PendingFile::~PendingFile() { Discard(); }
 void PendingFile::Discard() {
   if (fd_ >= 0) close(fd_);
   fd_ = -1;
+  Unpublish();
   if (pending_) unlink(temp_path_.c_str());
   pending_ = false;
 }
@@ -159,15 +179,25 @@ void PendingFile::Seal() {
 
 void PendingFile::Publish() {
   if (fd_ >= 0) Seal();
-  if (!pending_) throw HostError(CannotWrite(final_path_, "nothing was written"));
-  if (std::rename(temp_path_.c_str(), target_path_.c_str()) != 0)
-    throw HostError(CannotWrite(final_path_, std::strerror(errno)));
-  pending_ = false;
+  if (!pending_ || placed_ != Placed::kNo) throw HostError(CannotWrite(final_path_, "nothing was written"));
+  placed_ = SwapIntoPlace(temp_path_, target_path_, final_path_) ? Placed::kSwapped : Placed::kMoved;
+}
+
+void PendingFile::Unpublish() noexcept {
+  if (placed_ != Placed::kNo) PutBack(temp_path_, target_path_, placed_ == Placed::kSwapped);
+  placed_ = Placed::kNo;
+}
+
+void PendingFile::Finalize() noexcept {
+  if (placed_ == Placed::kSwapped) unlink(temp_path_.c_str());  // the older file
+  if (placed_ != Placed::kNo) pending_ = false;
+  placed_ = Placed::kNo;
 }
 
 void PendingFile::Commit() {
   Seal();
   Publish();
+  Finalize();
 }
 
 // ---- PendingSequence -------------------------------------------------------
@@ -187,6 +217,7 @@ PendingSequence::PendingSequence(std::string pattern) : pattern_(std::move(patte
 
 PendingSequence::~PendingSequence() {
   if (!pending_) return;
+  Unpublish();
   std::error_code ignored;
   std::filesystem::remove_all(temp_folder_, ignored);
 }
@@ -220,16 +251,33 @@ void PendingSequence::Seal() {
 }
 
 void PendingSequence::Publish() {
-  for (; published_ < count_; ++published_) {
-    const std::string final_path = FormatFramePattern(pattern_, published_ + 1);
-    const std::string temp = temp_folder_ + NameOf(final_path);
+  swapped_.reserve(size_t(count_));
+  while (int64_t(swapped_.size()) < count_) {
+    const std::string final_path = FormatFramePattern(pattern_, int64_t(swapped_.size()) + 1);
     // Like a single output, a frame whose name is a symbolic link replaces
     // the file the link points to.
     const std::string target = ResolveOutputTarget(final_path);
-    if (std::rename(temp.c_str(), target.c_str()) != 0)
-      throw HostError(CannotWrite(final_path, std::strerror(errno)));
+    swapped_.push_back(SwapIntoPlace(temp_folder_ + NameOf(final_path), target, final_path) ? 1 : 0);
   }
-  rmdir(temp_folder_.c_str());
+}
+
+void PendingSequence::Unpublish() noexcept {
+  try {
+    while (!swapped_.empty()) {
+      const std::string final_path = FormatFramePattern(pattern_, int64_t(swapped_.size()));
+      PutBack(temp_folder_ + NameOf(final_path), ResolveOutputTarget(final_path), swapped_.back() != 0);
+      swapped_.pop_back();
+    }
+  } catch (...) {
+    // A frame's link changed under us: what is left stays as it is.
+  }
+}
+
+void PendingSequence::Finalize() noexcept {
+  if (swapped_.empty()) return;
+  std::error_code ignored;
+  std::filesystem::remove_all(temp_folder_, ignored);  // the older frames that were swapped out
+  swapped_.clear();
   pending_ = false;
 }
 

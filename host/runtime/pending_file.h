@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace nimbo::host {
 
@@ -30,8 +31,13 @@ class PendingOutput {
   virtual const std::string& FinalPath() const = 0;
   // Makes the content durable under the temporary name. Throws HostError.
   virtual void Seal() = 0;
-  // Renames into place. Throws HostError.
+  // Renames into place, swapping with an older file where one is, so the
+  // older file can come back. Throws HostError (after partial progress).
   virtual void Publish() = 0;
+  // Undoes what Publish did, in full or in part: the older files return.
+  virtual void Unpublish() noexcept = 0;
+  // Drops the older files Publish swapped out; the outputs stay.
+  virtual void Finalize() noexcept = 0;
 };
 
 class PendingFile final : public PendingOutput {
@@ -53,16 +59,19 @@ class PendingFile final : public PendingOutput {
   void Append(const void* data, size_t size);
   void Seal() override;
   void Publish() override;
-  // Seal and Publish, for a file that is committed alone.
+  void Unpublish() noexcept override;
+  void Finalize() noexcept override;
+  // Seal, Publish and Finalize, for a file that is committed alone.
   void Commit();
   void Discard();
 
  private:
   std::string final_path_;
   std::string target_path_;  // final_path_ with symbolic links followed
-  std::string temp_path_;
+  std::string temp_path_;    // after a swap, the older file
   int fd_ = -1;
   bool pending_ = false;
+  enum class Placed { kNo, kMoved, kSwapped } placed_ = Placed::kNo;
 };
 
 class PendingSequence final : public PendingOutput {
@@ -81,12 +90,14 @@ class PendingSequence final : public PendingOutput {
   int64_t FrameCount() const { return count_; }
   void Seal() override;
   void Publish() override;
+  void Unpublish() noexcept override;
+  void Finalize() noexcept override;
 
  private:
   std::string pattern_;
   std::string temp_folder_;  // with a trailing slash
   int64_t count_ = 0;
-  int64_t published_ = 0;
+  std::vector<uint8_t> swapped_;  // per published frame: 1 when an older frame went to the temporary folder
   bool pending_ = false;
 };
 

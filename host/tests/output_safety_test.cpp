@@ -116,6 +116,25 @@ TEST_F(OutputSafetyTest, WhenOneOutputCannotBeWrittenNoneReplacesAnOlderFile) {
   EXPECT_NE(err.find("p.xml"), std::string::npos) << err;
   EXPECT_EQ(Snapshot(), before);
   EXPECT_TRUE(PartFiles().empty());
+  // A rename that fails while the outputs are put in place (here a frame's
+  // name links to another file system) undoes the renames done before it.
+  struct stat shm {}, here {};
+  const std::string elsewhere = "/dev/shm/nimbo-test-" + std::to_string(getpid()) + ".png";
+  if (stat("/dev/shm", &shm) == 0 && stat(dir_.c_str(), &here) == 0 && shm.st_dev != here.st_dev) {
+    std::ofstream(elsewhere) << "old";
+    ASSERT_EQ(symlink(elsewhere.c_str(), Path("s_0003.png").c_str()), 0);
+    const auto linked = Snapshot();
+    code = RunChild({"render", "copy", "-i", Path("in.png"), "--frames", "3", "--values", Path("v.csv"), "-o",
+                     Path("s_%04d.png")},
+                    -1, &err);
+    EXPECT_EQ(code, 1) << err;
+    EXPECT_NE(err.find("s_0003.png"), std::string::npos) << err;
+    EXPECT_EQ(Snapshot(), linked);
+    EXPECT_EQ(ReadFile(elsewhere), "old");
+    std::filesystem::remove(elsewhere);
+    std::filesystem::remove(Path("s_0003.png"));
+  }
+  EXPECT_TRUE(PartFiles().empty());
   // Without the limit all of them are replaced together.
   code = RunChild({"render", "copy", "-i", Path("in.png"), "--frames", "300", "--values", Path("v.csv"), "-o",
                    Path("a.png"), "--save-preset", Path("p.xml")},
