@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <charconv>
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -68,7 +67,7 @@ std::string TempPrefix(const std::string& folder, const std::string& name) { ret
 void RemoveStaleParts(const std::string& folder, const std::string& name) {
   DIR* dir = opendir(folder.empty() ? "." : folder.c_str());
   if (!dir) return;
-  const std::string prefix = "." + name + ".nimbo-";
+  const std::string prefix = TempPrefix("", name);
   while (const dirent* entry = readdir(dir)) {
     const std::string file = entry->d_name;
     if (file.size() <= prefix.size() + 5 || file.compare(0, prefix.size(), prefix) != 0 ||
