@@ -1,13 +1,21 @@
 #include "cli/cli_args.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <map>
 
 namespace nimbo::host {
 namespace {
 
 constexpr int32_t kMaxSide = 16384;
 constexpr int64_t kMaxFrames = 100000000;
+// Below a frame a quarter-hour the encoders' clocks (1/fps as a fraction
+// with a denominator up to 1001000) stop being exact.
+constexpr double kMinFps = 0.001;
+constexpr double kMaxFps = 1000;
+
+bool IsHelp(const std::string& arg) { return arg == "-h" || arg == "--help"; }
 
 // Walks the arguments; options take their value from the next argument or
 // after '=' ("--size=640x360").
@@ -41,12 +49,24 @@ class ArgReader {
   void NoValue(const std::string& option) const {
     if (has_pending_) throw UsageError(option + " takes no value");
   }
+  // Value() for an option that may appear once in `scope` (the run, or one
+  // effect of it): a second one would silently replace the first.
+  std::string Once(const std::string& option, const std::string& scope = "") {
+    const std::string value = Value(option);
+    const auto [it, fresh] = seen_.emplace(scope + "\n" + option, value);
+    if (!fresh) {
+      throw UsageError(option + " is given twice (" + Quoted(it->second) + " and " + Quoted(value) + ")" +
+                       (scope.empty() ? "" : " for " + scope) + "; give it once");
+    }
+    return value;
+  }
 
  private:
   const std::vector<std::string>& args_;
   size_t pos_ = 0;
   std::string pending_value_;
   bool has_pending_ = false;
+  std::map<std::string, std::string> seen_;  // scope + option -> first value
 };
 
 template <class T>
@@ -68,18 +88,19 @@ void ParseSizeOption(const std::string& option, const std::string& text, int32_t
 }
 
 // Options that belong to one effect of a render (the latest named one).
-bool ParseStageOption(const std::string& arg, ArgReader& in, StageOptions& stage) {
+bool ParseStageOption(const std::string& arg, ArgReader& in, StageOptions& stage, size_t index) {
+  const std::string scope = "effect " + std::to_string(index + 1) + " (" + stage.effect + ")";
   if (arg == "-i" || arg == "--input") stage.inputs.push_back(in.Value(arg));
   else if (arg == "--set") stage.sets.push_back(in.Value(arg));
   else if (arg == "--dyn") stage.dyns.push_back(in.Value(arg));
-  else if (arg == "--preset") stage.preset = in.Value(arg);
-  else if (arg == "--save-preset") stage.save_preset = in.Value(arg);
+  else if (arg == "--preset") stage.preset = in.Once(arg, scope);
+  else if (arg == "--save-preset") stage.save_preset = in.Once(arg, scope);
   else return false;
   return true;
 }
 
 bool ParseCommonOption(const std::string& arg, ArgReader& in, CommandLine& cl) {
-  if (arg == "--plugins") cl.plugins = in.Value(arg);
+  if (arg == "--plugins") cl.plugins = in.Once(arg);
   else if (arg == "--json") in.NoValue(arg), cl.json = true;
   else if (arg == "--quiet" || arg == "-q") in.NoValue(arg), cl.quiet = true;
   else if (arg == "--verbose") in.NoValue(arg), cl.verbose = true;
@@ -99,34 +120,42 @@ void ParseRender(ArgReader& in, CommandLine& cl) {
     if (arg == "--then") {
       r.stages.push_back({});
       r.stages.back().effect = in.Value(arg);
-    } else if (!r.stages.empty() && ParseStageOption(arg, in, r.stages.back())) {
+    } else if (!r.stages.empty() && ParseStageOption(arg, in, r.stages.back(), r.stages.size() - 1)) {
     } else if (ParseCommonOption(arg, in, cl)) {
     } else if (arg == "-o" || arg == "--output") {
-      r.output = in.Value(arg);
+      // -o and --output are one option: "-o a.png --output b.png" is a repeat.
+      r.output = in.Once("-o");
     } else if (arg == "--size") {
-      ParseSizeOption(arg, in.Value(arg), &r.width, &r.height);
+      ParseSizeOption(arg, in.Once(arg), &r.width, &r.height);
     } else if (arg == "--frames") {
-      r.frames = ParseFrames(arg, in.Value(arg));
+      r.frames = ParseFrames(arg, in.Once(arg));
     } else if (arg == "--fps") {
-      const std::string text = in.Value(arg);
-      if (!ParseWhole(text, &r.fps) || !(r.fps > 0 && r.fps <= 1000))
-        throw UsageError("--fps " + text + ": expected frames per second above 0, at most 1000");
+      const std::string text = in.Once(arg);
+      if (!ParseWhole(text, &r.fps) || !(r.fps >= kMinFps && r.fps <= kMaxFps))
+        throw UsageError("--fps " + text + ": expected frames per second from 0.001 to 1000 (such as 25 or 29.97)");
     } else if (arg == "--values") {
-      r.values = in.Value(arg);
+      r.values = in.Once(arg);
     } else if (arg == "--keep-alpha") {
       in.NoValue(arg);
       r.keep_alpha = true;
+    } else if (arg == "--allow-gaps") {
+      in.NoValue(arg);
+      r.allow_gaps = true;
+    } else if (arg == "--exact-size") {
+      in.NoValue(arg);
+      r.exact_size = true;
     } else if (arg == "--crf") {
-      const std::string text = in.Value(arg);
+      const std::string text = in.Once(arg);
       if (!ParseWhole(text, &r.crf) || r.crf < 0 || r.crf > 51)
         throw UsageError("--crf " + text + ": expected a quality from 0 (best) to 51");
+      r.crf_given = true;
     } else if (r.stages.empty() && (arg.empty() || arg[0] != '-')) {
       r.stages.push_back({});
       r.stages.back().effect = arg;
     } else if (r.stages.empty() && arg[0] == '-' && arg != "-") {
       // Stage options before the effect's name belong to the first effect.
       StageOptions first;
-      if (!ParseStageOption(arg, in, first)) Unknown(arg, "render");
+      if (!ParseStageOption(arg, in, first, 0)) Unknown(arg, "render");
       throw UsageError("name the effect first: nimbo render EFFECT " + arg + " ...");
     } else {
       Unknown(arg, "render");
@@ -141,11 +170,11 @@ void ParseDemo(ArgReader& in, CommandLine& cl) {
     const std::string arg = in.Next();
     if (ParseCommonOption(arg, in, cl)) {
     } else if (arg == "--out" || arg == "-o") {
-      cl.demo.out_dir = in.Value(arg);
+      cl.demo.out_dir = in.Once("--out");
     } else if (arg == "--size") {
-      ParseSizeOption(arg, in.Value(arg), &cl.demo.width, &cl.demo.height);
+      ParseSizeOption(arg, in.Once(arg), &cl.demo.width, &cl.demo.height);
     } else if (arg == "--frames") {
-      cl.demo.frames = ParseFrames(arg, in.Value(arg));
+      cl.demo.frames = ParseFrames(arg, in.Once(arg));
     } else if (arg == "--only") {
       cl.demo.only.push_back(in.Value(arg));
     } else {
@@ -173,8 +202,21 @@ CommandLine ParseCommandLine(const std::vector<std::string>& args) {
   const std::string& command = args[0];
   std::vector<std::string> rest(args.begin() + 1, args.end());
   ArgReader in(rest);
-  if (command == "help" || command == "--help" || command == "-h") {
+  const bool known = command == "list" || command == "info" || command == "render" || command == "demo";
+  if (command == "help" || IsHelp(command)) {
+    // "nimbo help render" and "nimbo --help render" answer the command's usage.
     cl.kind = CommandKind::kHelp;
+    while (!in.Done()) {
+      const std::string arg = in.Next();
+      if (ParseCommonOption(arg, in, cl)) continue;
+      if (!cl.help_topic.empty() || (arg != "list" && arg != "info" && arg != "render" && arg != "demo"))
+        throw UsageError("no help on " + Quoted(arg) + " (commands: list, info, render, demo)");
+      cl.help_topic = arg;
+    }
+  } else if (known && std::find_if(rest.begin(), rest.end(), IsHelp) != rest.end()) {
+    // -h or --help anywhere after a command prints its usage and does nothing else.
+    cl.kind = CommandKind::kHelp;
+    cl.help_topic = command;
   } else if (command == "version" || command == "--version") {
     cl.kind = CommandKind::kVersion;
   } else if (command == "list") {
@@ -204,6 +246,64 @@ CommandLine ParseCommandLine(const std::vector<std::string>& args) {
   return cl;
 }
 
+namespace {
+
+constexpr const char* kRenderUsage = R"(usage: nimbo render EFFECT [-i IN]... -o OUT [options]
+
+for the effect named last:
+  -i IN                 an input: picture, image sequence (name_%04d.png), video, /dev/videoN
+  --set KEY=VALUE       a setting (see `nimbo info EFFECT` for the keys and types)
+  --dyn NAME=VALUE      a dynamic variable or slider, constant ...
+  --dyn NAME=v0@t0,v1@t1,...   ... or keyframed (seconds, linear); one --dyn per name
+  --preset FILE         start from a saved settings document
+  --save-preset FILE    save the effect's settings after the render
+  --then EFFECT         chain: EFFECT takes the previous output as its first input
+for the whole run (each at most once):
+  -o OUT                picture (.png .jpg .bmp .tif .tga .ppm: the last frame), image sequence
+                        (name_%04d.png: one per frame), or video (.mp4 .mkv .mov .webm .avi)
+  --size WxH            render size (default: the first input's)
+  --frames N            number of frames (default: all of the first input; 1 for a picture)
+  --fps F               frame rate, 0.001 to 1000 (default: the first input's, else 25)
+  --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...)
+  --keep-alpha          keep the alpha byte (PNG/TIFF/BMP/TGA, .mov/.mkv/.webm); outputs are opaque otherwise
+  --crf N               video quality, 0 (best) to 51 (default 18)
+  --exact-size          keep an odd video size (H.264 4:4:4) instead of padding it to an even one
+  --allow-gaps          read an image sequence with missing numbers instead of stopping
+  --plugins DIR         folder of nimbo_one.fxp     --quiet   no progress bar     --verbose   FFmpeg's messages
+
+All outputs appear together once the render has succeeded; no output may be an input.
+Exit codes: 0 done, 1 error, 2 malformed command line, 128+N ended by signal N (130 SIGINT, 143 SIGTERM).
+)";
+
+constexpr const char* kListUsage = R"(usage: nimbo list [--json] [--plugins DIR]
+
+One line per effect, in index order: index, name, category, output name and input names.
+--json prints an array of objects instead.
+)";
+
+constexpr const char* kInfoUsage = R"(usage: nimbo info EFFECT [--json] [--plugins DIR]
+
+The effect's inputs, settings keys (type, default, range), dynamic variables, sliders and
+published output values. EFFECT is a name ("ChromaKeyPRO", "Blob 3D", "nimbo one\LowQ"), in
+any case, or an index from `nimbo list`.
+)";
+
+constexpr const char* kDemoUsage = R"(usage: nimbo demo [--out DIR] [--size WxH] [--frames N] [--only EFFECT]... [--plugins DIR]
+
+Renders every effect (or those named by --only) on generated media into DIR/<effect>.mp4
+and DIR/contact_sheet.png. DIR defaults to nimbo-demo; 48 frames at 320x180 by default.
+)";
+
+}  // namespace
+
+std::string UsageText(const std::string& command) {
+  if (command == "render") return kRenderUsage;
+  if (command == "list") return kListUsage;
+  if (command == "info") return kInfoUsage;
+  if (command == "demo") return kDemoUsage;
+  return UsageText();
+}
+
 const char* UsageText() {
   return R"(nimbo - renders the nimbo one video effects over pictures and videos
 
@@ -212,7 +312,7 @@ usage:
   nimbo info EFFECT [--json]               inputs, settings keys, dynamic variables, sliders, outputs
   nimbo render EFFECT [-i IN]... -o OUT [options]
   nimbo demo [--out DIR]                   every effect on generated media: clips and a contact sheet
-  nimbo help | --version
+  nimbo help [COMMAND] | --version         `nimbo COMMAND --help` (or -h) shows one command's options
 
 EFFECT is a name ("ChromaKeyPRO", "Blob 3D", "3D Effect\Blob 3D",
 "nimbo one\LowQ"), in any case, or an index from `nimbo list`.
@@ -226,13 +326,15 @@ render, for the effect named last:
   --save-preset FILE    save the effect's settings after the render
   --then EFFECT         chain: EFFECT takes the previous output as its first input
 render, for the whole run:
-  -o OUT                picture (last frame), name_%04d.png (one per frame), or video (.mp4 .mkv .mov .webm)
+  -o OUT                picture (last frame), name_%04d.png (one per frame), or video (.mp4 .mkv .mov .webm .avi)
   --size WxH            render size (default: the first input's)
   --frames N            number of frames (default: all of the first input; 1 for a picture)
   --fps F               frame rate (default: the first input's, else 25)
   --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...)
   --keep-alpha          keep the alpha byte (PNG/TIFF, .mov/.mkv/.webm); outputs are opaque otherwise
   --crf N               video quality, 0 (best) to 51 (default 18)
+  --exact-size          keep an odd video size instead of padding it to an even one
+  --allow-gaps          read an image sequence with missing numbers
 common:
   --plugins DIR         folder of nimbo_one.fxp (default: NIMBO_PLUGINS_PATH, else ../plugins)
   --quiet               no progress bar     --verbose   FFmpeg's own messages

@@ -28,6 +28,9 @@ struct RenderOptions {
   std::string values;   // CSV of published outputs
   bool keep_alpha = false;
   int crf = 18;
+  bool crf_given = false;   // --crf was on the command line
+  bool allow_gaps = false;  // image sequences may skip numbers
+  bool exact_size = false;  // an odd video size is kept, not padded
 };
 
 struct DemoOptions {
@@ -47,6 +50,7 @@ struct CommandLine {
   bool quiet = false;    // no progress bar
   bool verbose = false;  // FFmpeg's own log lines
   std::string effect;    // info
+  std::string help_topic;  // kHelp: "" for all, or the command asked about
   RenderOptions render;
   DemoOptions demo;
 };
@@ -57,7 +61,8 @@ CommandLine ParseCommandLine(const std::vector<std::string>& args);
 // "WxH" with both sides 1..16384.
 bool ParseSize(const std::string& text, int32_t* width, int32_t* height);
 
-// The text `nimbo help` prints.
+// The text `nimbo help` prints; with a command's name, that command's usage.
 const char* UsageText();
+std::string UsageText(const std::string& command);
 
 }  // namespace nimbo::host

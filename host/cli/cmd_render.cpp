@@ -10,7 +10,10 @@
 #include "cli/commands.h"
 #include "runtime/effect_chain.h"
 #include "media/media_input.h"
+#include "media/ffmpeg_util.h"
 #include "media/media_output.h"
+#include "runtime/output_aliases.h"
+#include "runtime/output_commit.h"
 #include "runtime/pending_file.h"
 #include "cli/progress_bar.h"
 #include "cli/text_out.h"
@@ -20,7 +23,8 @@ namespace {
 
 constexpr double kDefaultFps = 25.0;
 
-// Published output values of every frame, as CSV text kept until the end.
+// Published output values of every frame, as CSV rows streamed into the
+// pending file (in blocks, so memory stays flat however long the run).
 class ValuesTable {
  public:
   ValuesTable(const std::string& path, const EffectChain& chain) : file_(path) {
@@ -39,28 +43,66 @@ class ValuesTable {
       throw HostError("--values " + path + ": " + names + " publishes no output values");
     }
   }
+  PendingFile& File() { return file_; }
   void AddRow(const EffectChain& chain, int64_t frame, double fps) {
     text_ += std::to_string(frame) + "," + NumberText(double(frame) / fps);
     for (const auto& stage : chain.Stages()) {
       for (const OutputValue& v : stage->OutputValues()) text_ += "," + FloatText(v.value);
     }
     text_ += "\n";
+    if (text_.size() >= kBlock) Flush();
   }
-  void Commit() {
-    file_.WriteAll(text_.data(), text_.size());
-    file_.Commit();
+  void Flush() {
+    file_.Append(text_.data(), text_.size());
+    text_.clear();
   }
 
  private:
+  static constexpr size_t kBlock = 64 * 1024;
   PendingFile file_;
   std::string text_;
   int columns_ = 0;
 };
 
+void Warn(const std::string& text) { std::fprintf(stderr, "nimbo: warning: %s\n", text.c_str()); }
+
+// Every path the run reads and writes, for the check that no output is an
+// input or another output.
+void CheckPaths(const RenderOptions& r) {
+  std::vector<RolePath> inputs, outputs{{"-o", r.output}};
+  if (!r.values.empty()) outputs.push_back({"--values", r.values});
+  for (const StageOptions& stage : r.stages) {
+    for (const std::string& in : stage.inputs) inputs.push_back({"-i", in});
+    if (!stage.preset.empty()) inputs.push_back({"--preset", stage.preset});
+    if (!stage.save_preset.empty()) outputs.push_back({"--save-preset", stage.save_preset});
+  }
+  CheckOutputsDoNotAlias(inputs, outputs);
+}
+
+// Options that do nothing for this output are named rather than dropped.
+void WarnAboutUnusedOptions(const RenderOptions& r) {
+  const bool video = !HasFramePattern(r.output) && IsVideoOutputExtension(ExtensionOf(r.output));
+  if (r.crf_given && !video) Warn("--crf sets a video's quality; " + Quoted(r.output) + " is not a video, so it is unused");
+  if (r.exact_size && !video)
+    Warn("--exact-size concerns odd-sized videos; " + Quoted(r.output) + " is not a video, so it is unused");
+  if (r.allow_gaps) {
+    bool sequence = false;
+    for (const StageOptions& stage : r.stages) {
+      for (const std::string& in : stage.inputs) sequence = sequence || HasFramePattern(in);
+    }
+    if (!sequence) Warn("--allow-gaps concerns image sequence inputs (name_%04d.png); there is none, so it is unused");
+  }
+}
+
 }  // namespace
 
 int RunRender(const CommandLine& cl) {
   const RenderOptions& r = cl.render;
+  // Before anything is read or written: no output may land on an input or
+  // on another output.
+  CheckPaths(r);
+  CheckOutputName(r.output);
+  WarnAboutUnusedOptions(r);
   const auto package = LoadPackage(cl);
   std::vector<const EffectEntry*> entries;
   for (const StageOptions& stage : r.stages) entries.push_back(&package->Find(stage.effect));
@@ -68,7 +110,8 @@ int RunRender(const CommandLine& cl) {
 
   std::vector<std::vector<std::unique_ptr<FrameSource>>> sources(r.stages.size());
   for (size_t k = 0; k < r.stages.size(); ++k) {
-    for (const std::string& path : r.stages[k].inputs) sources[k].push_back(OpenMedia(path));
+    for (const std::string& path : r.stages[k].inputs)
+      sources[k].push_back(OpenMedia(path, InputOptions{r.allow_gaps}));
   }
   const FrameSource* first = sources[0].empty() ? nullptr : sources[0][0].get();
 
@@ -96,18 +139,27 @@ int RunRender(const CommandLine& cl) {
     else if (IsCameraPath(r.stages[0].inputs[0])) throw HostError("a camera input needs --frames N");
   }
 
+  CheckOutputSize(r.output, width, height);  // before the effects allocate for that size
   EffectChain chain(*package, width, height, fps);
   for (size_t k = 0; k < r.stages.size(); ++k) chain.Add(*entries[k], r.stages[k], std::move(sources[k]));
 
-  // Every file is claimed before the first frame, so an unwritable one fails
-  // now rather than after a long render.
+  // Every output is claimed before the first frame, so an unwritable one
+  // fails now rather than after a long render; all of them are put in
+  // place together at the end.
+  OutputCommit commit;
   std::vector<std::unique_ptr<PendingFile>> presets(r.stages.size());
   for (size_t k = 0; k < r.stages.size(); ++k) {
-    if (!r.stages[k].save_preset.empty()) presets[k] = std::make_unique<PendingFile>(r.stages[k].save_preset);
+    if (r.stages[k].save_preset.empty()) continue;
+    presets[k] = std::make_unique<PendingFile>(r.stages[k].save_preset);
+    commit.Add(*presets[k]);
   }
   std::unique_ptr<ValuesTable> values;
-  if (!r.values.empty()) values = std::make_unique<ValuesTable>(r.values, chain);
-  auto output = CreateOutput(r.output, width, height, OutputOptions{r.keep_alpha, r.crf, fps});
+  if (!r.values.empty()) {
+    values = std::make_unique<ValuesTable>(r.values, chain);
+    commit.Add(values->File());
+  }
+  auto output = CreateOutput(r.output, width, height, OutputOptions{r.keep_alpha, r.crf, fps, r.exact_size}, &commit);
+  if (!output->Note().empty()) std::fprintf(stderr, "nimbo: note: %s\n", output->Note().c_str());
 
   int64_t total = frames;
   if (chain.HasPacingInput() && first->FrameCountHint() > 0)
@@ -122,17 +174,25 @@ int RunRender(const CommandLine& cl) {
   }
   progress.Finish();
   if (chain.FramesRendered() == 0) throw HostError(first->Name() + " holds no frames");
+  ThrowIfInterrupted();
 
   output->Finish();
-  if (values) values->Commit();
+  if (values) values->Flush();
   for (size_t k = 0; k < r.stages.size(); ++k) {
     if (presets[k]) chain.Stages()[k]->SavePreset(*presets[k]);
   }
+  commit.Commit();
+
+  if (frames > 0 && chain.FramesRendered() < frames) {
+    Warn("asked for " + std::to_string(frames) + " frames, but " + Quoted(first->Name()) + " ended after " +
+         std::to_string(chain.FramesRendered()) + ", so " + std::to_string(chain.FramesRendered()) +
+         " frames were rendered");
+  }
+  for (const std::string& warning : chain.InputWarnings()) Warn(warning);
   for (const auto& stage : chain.Stages()) {
     if (stage->FailedFrames() > 0 && !cl.quiet) {
-      std::fprintf(stderr, "nimbo: warning: %s drew nothing in %lld of %lld frames (they are black)\n",
-                   stage->Entry().short_name.c_str(), static_cast<long long>(stage->FailedFrames()),
-                   static_cast<long long>(chain.FramesRendered()));
+      Warn(stage->Entry().short_name + " drew nothing in " + std::to_string(stage->FailedFrames()) + " of " +
+           std::to_string(chain.FramesRendered()) + " frames (they are black)");
     }
   }
   return 0;

@@ -19,13 +19,4 @@ std::string HexId(uint64_t id) {
   return text;
 }
 
-std::atomic<bool>& InterruptRequested() {
-  static std::atomic<bool> requested{false};
-  return requested;
-}
-
-void ThrowIfInterrupted() {
-  if (InterruptRequested()) throw HostError("interrupted");
-}
-
 }  // namespace nimbo::host

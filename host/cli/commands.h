@@ -2,9 +2,8 @@
 // HostError for a problem the user must fix.
 #pragma once
 
-#include <atomic>
-
 #include "cli/cli_args.h"
+#include "runtime/interrupt.h"
 
 namespace nimbo::host {
 
@@ -12,10 +11,5 @@ int RunList(const CommandLine& cl);
 int RunInfo(const CommandLine& cl);
 int RunRender(const CommandLine& cl);
 int RunDemo(const CommandLine& cl);
-
-// Set by SIGINT/SIGTERM; long loops stop at the next frame and unwind, which
-// removes their unfinished output files.
-std::atomic<bool>& InterruptRequested();
-void ThrowIfInterrupted();
 
 }  // namespace nimbo::host

@@ -1,5 +1,4 @@
 // nimbo: the command-line host of the nimbo one effects.
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -9,22 +8,16 @@
 #include "cli/cli_args.h"
 #include "cli/commands.h"
 #include "media/ffmpeg_util.h"
-
-namespace {
-
-void OnSignal(int) { nimbo::host::InterruptRequested() = true; }
-
-}  // namespace
+#include "runtime/interrupt.h"
 
 int main(int argc, char** argv) {
   using namespace nimbo::host;
-  std::signal(SIGINT, OnSignal);
-  std::signal(SIGTERM, OnSignal);
+  InstallInterruptHandlers();
   try {
     const CommandLine cl = ParseCommandLine(std::vector<std::string>(argv + 1, argv + argc));
     SetFfmpegVerbose(cl.verbose);
     switch (cl.kind) {
-      case CommandKind::kHelp: std::fputs(UsageText(), stdout); return 0;
+      case CommandKind::kHelp: std::fputs(UsageText(cl.help_topic).c_str(), stdout); return 0;
       case CommandKind::kVersion: std::puts("nimbo 1.0"); return 0;
       case CommandKind::kList: return RunList(cl);
       case CommandKind::kInfo: return RunInfo(cl);
@@ -36,7 +29,9 @@ int main(int argc, char** argv) {
     return 2;
   } catch (const HostError& e) {
     std::fprintf(stderr, "nimbo: error: %s\n", e.what());
-    return InterruptRequested() ? 130 : 1;
+    // A signal may surface as any error of the step it broke (a read that
+    // came back with EINTR): the signal is what happened.
+    return InterruptSignal() != 0 ? InterruptExitCode() : 1;
   } catch (const std::bad_alloc&) {
     std::fprintf(stderr, "nimbo: error: out of memory\n");
     return 1;

@@ -41,36 +41,6 @@ std::string ExtensionOf(const std::string& path) {
   return ext;
 }
 
-namespace {
-// Finds "%d" or "%0Nd" (N up to two digits); answers its [begin, end).
-bool FindPattern(const std::string& path, size_t* begin, size_t* end) {
-  for (size_t i = path.find('%'); i != std::string::npos; i = path.find('%', i + 1)) {
-    size_t j = i + 1;
-    while (j < path.size() && j - i <= 3 && std::isdigit(static_cast<unsigned char>(path[j]))) ++j;
-    if (j < path.size() && path[j] == 'd') {
-      *begin = i;
-      *end = j + 1;
-      return true;
-    }
-  }
-  return false;
-}
-}  // namespace
-
-bool HasFramePattern(const std::string& path) {
-  size_t b = 0, e = 0;
-  return FindPattern(path, &b, &e);
-}
-
-std::string FormatFramePattern(const std::string& pattern, int64_t number) {
-  size_t b = 0, e = 0;
-  if (!FindPattern(pattern, &b, &e)) return pattern;
-  const std::string conversion = pattern.substr(b, e - b - 1) + "lld";
-  std::array<char, 32> digits{};
-  std::snprintf(digits.data(), digits.size(), conversion.c_str(), static_cast<long long>(number));
-  return pattern.substr(0, b) + digits.data() + pattern.substr(e);
-}
-
 bool IsStillImageExtension(const std::string& ext) {
   static constexpr const char* kStills[] = {"png", "jpg",  "jpeg", "bmp", "tif", "tiff", "webp",
                                             "tga", "ppm",  "pgm",  "pnm", "pam", "dpx",  "exr",

@@ -5,6 +5,8 @@
 #include <memory>
 #include <string>
 
+#include "runtime/frame_pattern.h"
+
 extern "C" {
 #include <libavcodec/avcodec.h>
 #include <libavformat/avformat.h>
@@ -46,10 +48,6 @@ PacketPtr AllocPacket();
 
 // Lower-case extension of `path` without the dot ("" when there is none).
 std::string ExtensionOf(const std::string& path);
-// Whether `path` holds a frame-number pattern such as %d or %04d.
-bool HasFramePattern(const std::string& path);
-// `pattern` with its frame-number pattern replaced by `number`.
-std::string FormatFramePattern(const std::string& pattern, int64_t number);
 // Extensions of single-picture files ("png", "jpg", ...).
 bool IsStillImageExtension(const std::string& ext);
 

@@ -28,6 +28,9 @@ class FrameSource {
   // The next picture at width x height (scaled when the source's own size
   // differs). False at the end. Throws HostError when the source breaks.
   virtual bool ReadFrame(FrameBuffer& out, int32_t width, int32_t height) = 0;
+  // What went wrong while reading but did not stop the render (a truncated
+  // file, damaged frames), for a warning at the end; "" when nothing did.
+  virtual std::string Warning() const { return {}; }
 };
 
 }  // namespace nimbo::host

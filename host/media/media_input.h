@@ -13,9 +13,14 @@
 
 namespace nimbo::host {
 
+struct InputOptions {
+  bool allow_gaps = false;  // an image sequence may skip numbers
+};
+
 // Opens `path`; throws HostError naming the file and the reason when it
-// cannot be read.
-std::unique_ptr<FrameSource> OpenMedia(const std::string& path);
+// cannot be read. A pipe (FIFO) or other blocking file is waited on in a
+// way SIGINT and SIGTERM end (see runtime/interrupt.h).
+std::unique_ptr<FrameSource> OpenMedia(const std::string& path, const InputOptions& options = {});
 
 // Whether `path` names a camera device rather than a file.
 bool IsCameraPath(const std::string& path);

@@ -84,6 +84,18 @@ bool EffectChain::RenderNext() {
   return true;
 }
 
+std::vector<std::string> EffectChain::InputWarnings() const {
+  std::vector<std::string> lines;
+  for (const auto& stage : inputs_) {
+    for (const auto& input : stage) {
+      if (!input->source) continue;
+      const std::string line = input->source->Warning();
+      if (!line.empty()) lines.push_back(line);
+    }
+  }
+  return lines;
+}
+
 const FrameBuffer& EffectChain::Output() const { return stages_.back()->Output(); }
 
 }  // namespace nimbo::host

@@ -38,6 +38,9 @@ class EffectChain {
   // camera) rather than by the caller.
   bool HasPacingInput() const;
   const std::vector<std::unique_ptr<EffectStage>>& Stages() const { return stages_; }
+  // What the inputs met while reading that did not stop the render
+  // (FrameSource::Warning), one line each.
+  std::vector<std::string> InputWarnings() const;
 
  private:
   struct Input {

@@ -212,6 +212,15 @@ void EffectStage::Bind(const std::string& assignment) {
     throw HostError("--dyn " + assignment + ": " + Quoted(name) + " takes values in " + FormatRange(lo, hi));
   }
   if (!binding.float_value && !binding.bool_value) FailUnknownVariable(binding.track);
+  for (const Binding& earlier : bindings_) {
+    // Two tracks on one variable: one of them would be dropped unseen.
+    if ((binding.float_value && earlier.float_value == binding.float_value) ||
+        (binding.bool_value && earlier.bool_value == binding.bool_value)) {
+      throw HostError("--dyn " + Quoted(name) + " is given twice for " + entry_.short_name + " (" +
+                      earlier.track.name + " and " + binding.track.name +
+                      "); give one --dyn per variable, with keyframes (v0@t0,v1@t1,...) for a value that changes");
+    }
+  }
   bindings_.push_back(std::move(binding));
 }
 
@@ -274,7 +283,6 @@ void EffectStage::SavePreset(PendingFile& file) {
   std::string text = store.Text();
   if (!current.empty()) text = AddDynVarValues(text, current);
   file.WriteAll(text.data(), text.size());
-  file.Commit();
 }
 
 }  // namespace nimbo::host

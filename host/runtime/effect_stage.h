@@ -56,7 +56,8 @@ class EffectStage {
 
   std::vector<OutputValue> OutputValues() const;
   // The effect's current settings (and dynamic variables' current values)
-  // as a settings document, into `file` (committed here).
+  // as a settings document, into `file` (which the run's OutputCommit puts
+  // in place with the other outputs).
   void SavePreset(class PendingFile& file);
 
   EffectHost& Host() { return host_; }

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 
 #include "cli/cli_args.h"
@@ -12,6 +13,7 @@
 #include "media/ffmpeg_util.h"
 #include "media/frame_buffer.h"
 #include "runtime/keyframes.h"
+#include "runtime/output_commit.h"
 #include "runtime/pending_file.h"
 #include "runtime/settings_edit.h"
 
@@ -197,6 +199,17 @@ TEST(FramePattern, FindsAndFormatsFrameNumbers) {
   EXPECT_EQ(FormatFramePattern("f%d.tif", 123), "f123.tif");
   EXPECT_EQ(ExtensionOf("a.b/c.PNG"), "png");
   EXPECT_EQ(ExtensionOf("a.b/c"), "");
+  // Matching a name answers the frame number, only for the pattern's own spelling.
+  int64_t n = 0;
+  EXPECT_TRUE(MatchFramePattern("f_%04d.png", "f_0007.png", &n));
+  EXPECT_EQ(n, 7);
+  EXPECT_TRUE(MatchFramePattern("f_%04d.png", "f_12345.png", &n));
+  EXPECT_EQ(n, 12345);
+  EXPECT_FALSE(MatchFramePattern("f_%04d.png", "f_7.png", &n));
+  EXPECT_FALSE(MatchFramePattern("f_%04d.png", "f_0007.jpg", &n));
+  EXPECT_FALSE(MatchFramePattern("f_%d.png", "f_.png", &n));
+  EXPECT_TRUE(FramePatternsOverlap("f_%d.png", "f_%04d.png"));
+  EXPECT_FALSE(FramePatternsOverlap("f_%d.png", "g_%d.png"));
 }
 
 std::string TempFolder() {
@@ -232,6 +245,47 @@ TEST(PendingFile, AppearsOnlyOnCommitAndKeepsTheOldFileOtherwise) {
   EXPECT_THROW(PendingFile{dir}, HostError);  // a folder
   std::remove(target.c_str());
   rmdir(dir.c_str());
+}
+
+std::string Text(const std::string& path) {
+  std::ifstream in(path);
+  std::string text;
+  std::getline(in, text);
+  return text;
+}
+
+TEST(OutputCommit, PutsEverythingInPlaceOrNothing) {
+  const std::string dir = TempFolder();
+  std::ofstream(dir + "/a.txt") << "old";
+  std::ofstream(dir + "/s_1.txt") << "old";
+  {
+    PendingFile file(dir + "/a.txt");
+    file.WriteAll("new", 3);
+    PendingSequence frames(dir + "/s_%d.txt");  // gets no frame: it cannot be sealed
+    OutputCommit commit;
+    commit.Add(file);
+    commit.Add(frames);
+    EXPECT_THROW(commit.Commit(), HostError);
+  }
+  EXPECT_EQ(Text(dir + "/a.txt"), "old");  // sealed, but not put in place
+  EXPECT_EQ(Text(dir + "/s_1.txt"), "old");
+  {
+    PendingFile file(dir + "/a.txt");
+    file.Append("ne", 2);
+    file.Append("w", 1);
+    PendingSequence frames(dir + "/s_%d.txt");
+    frames.AddFrame("one", 3);
+    frames.AddFrame("two", 3);
+    EXPECT_FALSE(Exists(dir + "/s_2.txt"));  // frames wait in the temporary folder
+    OutputCommit commit;
+    commit.Add(file);
+    commit.Add(frames);
+    commit.Commit();
+  }
+  EXPECT_EQ(Text(dir + "/a.txt"), "new");
+  EXPECT_EQ(Text(dir + "/s_1.txt"), "one");
+  EXPECT_EQ(Text(dir + "/s_2.txt"), "two");
+  std::filesystem::remove_all(dir);
 }
 
 TEST(EffectHost, KeepsZeroedMemoryPerSlotAndRunsTheFrameClock) {

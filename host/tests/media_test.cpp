@@ -120,10 +120,18 @@ TEST_F(MediaTest, SequencesAndVideosKeepTheirFrameCountAndSize) {
 
 TEST_F(MediaTest, OddSizedVideoAndAlphaVideo) {
   std::vector<FrameBuffer> frames(3, Noise(33, 17, 5));
-  Write(Path("odd.mp4"), frames, false);
+  {
+    auto out = CreateOutput(Path("odd.mp4"), 33, 17, OutputOptions{false, 18, 25.0, true});
+    for (const FrameBuffer& f : frames) out->Write(f);
+    out->Finish();
+  }
   auto odd = OpenMedia(Path("odd.mp4"));
-  EXPECT_EQ(odd->Width(), 33);
+  EXPECT_EQ(odd->Width(), 33);  // kept, as asked
   EXPECT_EQ(odd->Height(), 17);
+  Write(Path("padded.mp4"), frames, false);
+  auto padded = OpenMedia(Path("padded.mp4"));
+  EXPECT_EQ(padded->Width(), 34);  // grown to the even size players take
+  EXPECT_EQ(padded->Height(), 18);
   Write(Path("alpha.mov"), frames, true);  // PNG in MOV: lossless with alpha
   auto alpha = OpenMedia(Path("alpha.mov"));
   FrameBuffer back;

@@ -2,95 +2,15 @@
 // listing, the fixture package (effects with exactly known output) for
 // renders, settings, presets, keyframes, published values and errors.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
-#include <sstream>
 
-#include "media/media_input.h"
-#include "media/media_output.h"
+#include "nimbo_run.h"
 #include "runtime/settings_edit.h"
 
 namespace nimbo::host {
 namespace {
-
-struct RunResult {
-  int code = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string ReadFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-class NimboTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/nimbo-cli-XXXXXX";
-    dir_ = mkdtemp(pattern);
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
-
-  // Runs nimbo with `args` (shell-quoted here), with the fixture package
-  // unless `real_package`.
-  RunResult Run(const std::vector<std::string>& args, bool real_package = false) const {
-    // Common options go after the command word.
-    std::string command = NIMBO_PROGRAM;
-    bool first = true;
-    for (const std::string& a : args) {
-      command += " '" + a + "'";
-      if (first) command += std::string(" --plugins ") + (real_package ? NIMBO_PLUGINS_DIR : NIMBO_FIXTURE_DIR);
-      first = false;
-    }
-    command += " >" + Path(".stdout") + " 2>" + Path(".stderr");
-    RunResult r;
-    const int status = std::system(command.c_str());
-    r.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    r.out = ReadFile(Path(".stdout"));
-    r.err = ReadFile(Path(".stderr"));
-    std::filesystem::remove(Path(".stdout"));
-    std::filesystem::remove(Path(".stderr"));
-    return r;
-  }
-  std::vector<std::string> Files() const {
-    std::vector<std::string> names;
-    for (const auto& e : std::filesystem::directory_iterator(dir_)) names.push_back(e.path().filename());
-    std::sort(names.begin(), names.end());
-    return names;
-  }
-  void WritePicture(const std::string& name, const FrameBuffer& picture) const {
-    auto out = CreateOutput(Path(name), picture.width, picture.height, OutputOptions{true, 18, 25});
-    out->Write(picture);
-    out->Finish();
-  }
-  std::vector<FrameBuffer> ReadAll(const std::string& name) const {
-    auto in = OpenMedia(Path(name));
-    std::vector<FrameBuffer> frames;
-    FrameBuffer f;
-    while (in->ReadFrame(f, in->Width(), in->Height())) frames.push_back(f);
-    return frames;
-  }
-  static FrameBuffer Noise(int32_t w, int32_t h) {
-    FrameBuffer f(w, h);
-    uint32_t x = 12345;
-    for (uint32_t& p : f.pixels) {
-      x = x * 1664525u + 1013904223u;
-      p = x;
-    }
-    return f;
-  }
-
-  std::string dir_;
-};
 
 TEST_F(NimboTest, ListShowsEveryRegisteredEffect) {
   const RunResult r = Run({"list", "--json"}, true);

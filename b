@@ -1,0 +1,2 @@
+frame,time,mean red
+0,0,146.54688
