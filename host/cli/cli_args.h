@@ -38,7 +38,19 @@ struct DemoOptions {
   std::vector<std::string> only;  // effects to render; empty = all
 };
 
-enum class CommandKind { kHelp, kVersion, kList, kInfo, kRender, kDemo };
+struct FormulaOptions {
+  bool help = false;            // -h: the command's own usage
+  bool program = false;         // --program: the program dialect
+  bool allow_given = false;
+  std::string allow;            // --allow: comma-separated own names
+  std::string result;           // --result: the required last line's name
+  std::vector<std::string> outputs;  // --outputs
+  std::vector<std::string> vars;     // --var NAME=VALUE, in order
+  bool text_given = false;
+  std::string text;
+};
+
+enum class CommandKind { kHelp, kVersion, kList, kInfo, kRender, kDemo, kFormula };
 
 struct CommandLine {
   CommandKind kind = CommandKind::kHelp;
@@ -49,6 +61,7 @@ struct CommandLine {
   std::string effect;    // info
   RenderOptions render;
   DemoOptions demo;
+  FormulaOptions formula;
 };
 
 // `args` without the program name. Throws UsageError.
@@ -59,5 +72,7 @@ bool ParseSize(const std::string& text, int32_t* width, int32_t* height);
 
 // The text `nimbo help` prints.
 const char* UsageText();
+// The text `nimbo formula -h` prints.
+const char* FormulaUsageText();
 
 }  // namespace nimbo::host

@@ -12,6 +12,7 @@ int RunList(const CommandLine& cl);
 int RunInfo(const CommandLine& cl);
 int RunRender(const CommandLine& cl);
 int RunDemo(const CommandLine& cl);
+int RunFormula(const CommandLine& cl);
 
 // Set by SIGINT/SIGTERM; long loops stop at the next frame and unwind, which
 // removes their unfinished output files.
