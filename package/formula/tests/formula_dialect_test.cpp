@@ -75,6 +75,21 @@ TEST(FormulaDialect, NameCheckComesBeforeSubstitution) {
   EXPECT_FALSE(CheckNames(Widen("i+t*speed"), "i,j,t"));
 }
 
+TEST(FormulaDialect, EveryByteGivesAValueOrAnError) {
+  for (int c = 1; c < 256; ++c) {
+    const std::string byte(1, char(c));
+    for (const std::string& text : {byte, "(1" + byte + "2)", "sin(" + byte + ")", byte + "a"}) {
+      const FormulaResult r = CompileFormula(text, kVertexNames, {"speed"});
+      if (r.ok) {
+        EXPECT_LE(StackDepth(r.code.data()), kStackSlots);
+      } else {
+        EXPECT_EQ(r.code, ZeroCode());
+        EXPECT_LE(r.position, int(r.prepared.size())) << c;
+      }
+    }
+  }
+}
+
 TEST(FormulaDialect, SubstitutionReplacesWholeWordsOnly) {
   Text text = Widen("imax+imaxx+ximax+imax_1+(imax)+2imax");
   SubstituteName(text, "imax", 257);

@@ -62,5 +62,19 @@ TEST(Program, UserVariablesAndTheLineLimit) {
   ASSERT_TRUE(p.Compile(lines, "", {}, {}).ok);
 }
 
+TEST(Program, EveryByteGivesAValueOrAnError) {
+  Program p;
+  for (int c = 1; c < 256; ++c) {
+    const std::string byte(1, char(c));
+    for (const std::string& text : {"A=" + byte, "A=(1" + byte + "2)\nFUN=A", byte + "=1\nFUN=" + byte}) {
+      const auto status = p.Compile(text, "FUN", {"A"}, {{"speed", 1}});
+      if (status.ok) {
+        p.Evaluate(1, 2, 3, 4);
+        EXPECT_EQ(p.ResultCode().back(), 0u);
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace nimbo::formula
