@@ -8,7 +8,10 @@
 //   Implicit/...   a six-line program-dialect implicit function over 32^3
 //                  samples (a torus with ripples, unioned with a sphere)
 //
-//   .../Native     the same expressions written in C++ (float)
+//   .../Native     the same expressions written in C++ (float, float functions)
+//   Implicit/NativeExact  the same in C++ with the language's own precision
+//                  (functions called in double and narrowed), so the very
+//                  same values: what the block evaluator can at best approach
 //   .../OnePoint   the one-point evaluator, every formula per point
 //   .../Block      the block evaluator over the whole grid
 //   .../MuParser   muparser, one parser per formula, Eval() per point
@@ -179,6 +182,30 @@ void ImplicitNative(benchmark::State& state) {
   state.SetItemsProcessed(int64_t(state.iterations()) * kSamples);
 }
 
+float Narrow(double value) { return float(value); }
+
+void ImplicitNativeExact(benchmark::State& state) {
+  Volume v;
+  const float t = 0.25f;
+  for (auto _ : state) {
+    for (size_t k = 0; k < kSamples; ++k) {
+      const float x = v.x[k], y = v.y[k], z = v.z[k];
+      const float r = Narrow(std::sqrt(double(x * x + y * y)));
+      const float a = r - 0.6f;
+      const float b = a * a + z * z - 0.04f;
+      const float c = Narrow(std::sin(double(x * 5 + t))) * Narrow(std::cos(double(y * 5))) * 0.02f;
+      const float dx = x - 0.3f, dy = y + 0.2f;
+      const float d = Narrow(double(dx) * dx) + Narrow(double(dy) * dy) + z * z;
+      const float m = b + c < d - 0.09f ? b + c : d - 0.09f;
+      const float s = 1.0f > std::fabs(z * 2) ? 1.0f : std::fabs(z * 2);
+      v.out[k] = m * s;
+    }
+    benchmark::DoNotOptimize(v.out.data());
+    benchmark::ClobberMemory();
+  }
+  state.SetItemsProcessed(int64_t(state.iterations()) * kSamples);
+}
+
 void ImplicitOnePoint(benchmark::State& state) {
   Volume v;
   Program program;
@@ -254,6 +281,7 @@ BENCHMARK(VertexOnePoint);
 BENCHMARK(VertexBlock);
 BENCHMARK(VertexMuParser);
 BENCHMARK(ImplicitNative);
+BENCHMARK(ImplicitNativeExact);
 BENCHMARK(ImplicitOnePoint);
 BENCHMARK(ImplicitBlock);
 BENCHMARK(ImplicitMuParser);

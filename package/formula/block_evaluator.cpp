@@ -4,6 +4,8 @@
 #include <bit>
 #include <cmath>
 
+#include "function_math.h"
+
 namespace nimbo::formula {
 namespace {
 
@@ -23,6 +25,12 @@ void Binary(uint32_t op, Lanes a, ConstLanes b, size_t n) {
 }
 
 void BinaryScalar(uint32_t op, Lanes a, float b, size_t n) {
+  if (op == kPow && b == 2.0f) {
+    // x^2: a float's square is exact in double, and pow() returns an exact
+    // result exactly, so this is pow's value without the call.
+    for (size_t k = 0; k < n; ++k) a[k] = float(double(a[k]) * double(a[k]));
+    return;
+  }
   switch (op) {
     case kAdd: for (size_t k = 0; k < n; ++k) a[k] = a[k] + b; break;
     case kSub: for (size_t k = 0; k < n; ++k) a[k] = a[k] - b; break;
@@ -31,6 +39,31 @@ void BinaryScalar(uint32_t op, Lanes a, float b, size_t n) {
     default:
       for (size_t k = 0; k < n; ++k) a[k] = float(std::pow(double(a[k]), double(b)));
       break;
+  }
+}
+
+// A call over the lanes. The functions whose single-precision form gives
+// the same float as the double-precision call narrowed (square root and
+// fmod are exact or correctly rounded either way; the others only compare,
+// pick or round to an integer) run in float, where the compiler can
+// vectorise them; the rest call the double-precision function per lane.
+void Call(uint32_t index, Lanes a, ConstLanes b, ConstLanes c, size_t n) {
+  switch (index) {
+    case 7: for (size_t k = 0; k < n; ++k) a[k] = std::sqrt(a[k]); return;
+    case 10: for (size_t k = 0; k < n; ++k) a[k] = std::fabs(a[k]); return;
+    case 11: for (size_t k = 0; k < n; ++k) a[k] = std::fmod(a[k], b[k]); return;
+    case 12: for (size_t k = 0; k < n; ++k) a[k] = std::floor(a[k]); return;
+    case 13: for (size_t k = 0; k < n; ++k) a[k] = std::ceil(a[k]); return;
+    case 14: for (size_t k = 0; k < n; ++k) a[k] = a[k] > 0 ? 1.0f : (a[k] < 0 ? -1.0f : 0.0f); return;
+    case 15: for (size_t k = 0; k < n; ++k) a[k] = a[k] > b[k] ? a[k] : b[k]; return;
+    case 16: for (size_t k = 0; k < n; ++k) a[k] = a[k] < b[k] ? a[k] : b[k]; return;
+    case 18: for (size_t k = 0; k < n; ++k) a[k] = (b[k] <= a[k] && a[k] <= c[k]) ? 1.0f : 0.0f; return;
+    default: break;
+  }
+  switch (Functions()[index].args) {
+    case 0: for (size_t k = 0; k < n; ++k) a[k] = float(CallFunction(index, 0, 0, 0)); break;
+    case 1: for (size_t k = 0; k < n; ++k) a[k] = float(CallFunction(index, a[k], 0, 0)); break;
+    default: for (size_t k = 0; k < n; ++k) a[k] = float(CallFunction(index, a[k], b[k], 0)); break;
   }
 }
 
@@ -121,17 +154,8 @@ void BlockEvaluator::RunBlock(size_t n, float* out) {
         break;
       }
       case Kind::kCall: {
-        const FunctionRow& f = Functions()[op.word];
-        top -= f.args * kBlock;
-        float* a = top;
-        const float* b = top + kBlock;
-        const float* c = top + 2 * kBlock;
-        switch (f.args) {
-          case 0: for (size_t k = 0; k < n; ++k) a[k] = float(f.call(0, 0, 0)); break;
-          case 1: for (size_t k = 0; k < n; ++k) a[k] = float(f.call(a[k], 0, 0)); break;
-          case 2: for (size_t k = 0; k < n; ++k) a[k] = float(f.call(a[k], b[k], 0)); break;
-          default: for (size_t k = 0; k < n; ++k) a[k] = float(f.call(a[k], b[k], c[k])); break;
-        }
+        top -= Functions()[op.word].args * kBlock;
+        Call(op.word, top, top + kBlock, top + 2 * kBlock, n);
         top += kBlock;
         break;
       }

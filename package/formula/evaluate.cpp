@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "formula/code.h"
+#include "function_math.h"
 
 namespace nimbo::formula {
 
@@ -22,12 +23,12 @@ float Run(const uint32_t* code, const float* variables, float* stack) {
       case kCall: {
         const uint32_t index = *code++;
         if (index >= kFunctionCount) return 0.0f;
-        const FunctionRow& f = Functions()[index];
-        top -= f.args;
-        const double a = f.args > 0 ? double(top[0]) : 0.0;
-        const double b = f.args > 1 ? double(top[1]) : 0.0;
-        const double c = f.args > 2 ? double(top[2]) : 0.0;
-        *top++ = float(f.call(a, b, c));
+        const int args = Functions()[index].args;
+        top -= args;
+        const double a = args > 0 ? double(top[0]) : 0.0;
+        const double b = args > 1 ? double(top[1]) : 0.0;
+        const double c = args > 2 ? double(top[2]) : 0.0;
+        *top++ = float(CallFunction(index, a, b, c));
         break;
       }
       case kAdd:

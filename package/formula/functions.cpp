@@ -1,42 +1,24 @@
 // The built-in functions and each dialect's process-wide table and stack.
 #include <cctype>
-#include <cmath>
 
 #include "formula/code.h"
-#include "random/rand15.h"
+#include "function_math.h"
 
 namespace nimbo::formula {
 namespace {
 
-double Sin(double a, double, double) { return std::sin(a); }
-double Cos(double a, double, double) { return std::cos(a); }
-double Tan(double a, double, double) { return std::tan(a); }
-double Asin(double a, double, double) { return std::asin(a); }
-double Acos(double a, double, double) { return std::acos(a); }
-double Atan(double a, double, double) { return std::atan(a); }
-double Angle(double y, double x, double) { return std::atan2(y, x); }
-double Sqrt(double a, double, double) { return std::sqrt(a); }
-double Exp(double a, double, double) { return std::exp(a); }
-double Ln(double a, double, double) { return std::log(a); }
-double Abs(double a, double, double) { return std::fabs(a); }
-double Mod(double a, double b, double) { return std::fmod(a, b); }
-double Floor(double a, double, double) { return std::floor(a); }
-double Ceil(double a, double, double) { return std::ceil(a); }
-// NaN is neither above nor below 0, so it gives 0 like 0 itself.
-double Sign(double a, double, double) { return a > 0 ? 1.0 : (a < 0 ? -1.0 : 0.0); }
-// Written as comparisons, not std::max/min: with a NaN the second argument
-// wins unless the comparison holds, exactly as the table says.
-double Max(double a, double b, double) { return a > b ? a : b; }
-double Min(double a, double b, double) { return a < b ? a : b; }
-double Rand(double, double, double) { return double(random::Rand15()) / 32767.0; }
-double Range(double x, double lo, double hi) { return (lo <= x && x <= hi) ? 1.0 : 0.0; }
+template <uint32_t kIndex>
+double Entry(double a, double b, double c) {
+  return CallFunction(kIndex, a, b, c);
+}
 
 // Row order is the function index carried by the compiled code.
 constexpr FunctionRow kFunctions[kFunctionCount] = {
-    {"sin", 1, Sin},     {"cos", 1, Cos},     {"tan", 1, Tan},   {"asin", 1, Asin},   {"acos", 1, Acos},
-    {"atan", 1, Atan},   {"angle", 2, Angle}, {"sqrt", 1, Sqrt}, {"exp", 1, Exp},     {"ln", 1, Ln},
-    {"abs", 1, Abs},     {"mod", 2, Mod},     {"floor", 1, Floor}, {"ceil", 1, Ceil}, {"sign", 1, Sign},
-    {"max", 2, Max},     {"min", 2, Min},     {"rand", 0, Rand}, {"range", 3, Range},
+    {"sin", 1, Entry<0>},    {"cos", 1, Entry<1>},    {"tan", 1, Entry<2>},   {"asin", 1, Entry<3>},
+    {"acos", 1, Entry<4>},   {"atan", 1, Entry<5>},   {"angle", 2, Entry<6>}, {"sqrt", 1, Entry<7>},
+    {"exp", 1, Entry<8>},    {"ln", 1, Entry<9>},     {"abs", 1, Entry<10>},  {"mod", 2, Entry<11>},
+    {"floor", 1, Entry<12>}, {"ceil", 1, Entry<13>},  {"sign", 1, Entry<14>}, {"max", 2, Entry<15>},
+    {"min", 2, Entry<16>},   {"rand", 0, Entry<17>},  {"range", 3, Entry<18>},
 };
 
 Engine g_engines[2];
