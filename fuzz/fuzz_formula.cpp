@@ -19,16 +19,9 @@
 #include "formula/compiler.h"
 #include "formula/formula_dialect.h"
 #include "formula/program.h"
+#include "fuzz_check.h"
 
 namespace {
-
-#define FUZZ_CHECK(condition)                                                            \
-  do {                                                                                   \
-    if (!(condition)) {                                                                  \
-      std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
-      std::abort();                                                                      \
-    }                                                                                    \
-  } while (0)
 
 using namespace nimbo::formula;
 

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cmath>
 
+#include "formula/formula_dialect.h"
+
 namespace nimbo::host {
 namespace {
 
@@ -192,14 +194,7 @@ void ParseFormula(ArgReader& in, CommandLine& cl) {
     } else if (option && arg == "--result") {
       f.result = in.Value(arg);
     } else if (option && arg == "--outputs") {
-      const std::string list = in.Value(arg);
-      size_t from = 0;
-      while (from <= list.size()) {
-        size_t comma = list.find(',', from);
-        if (comma == std::string::npos) comma = list.size();
-        if (comma > from) f.outputs.push_back(list.substr(from, comma - from));
-        from = comma + 1;
-      }
+      f.outputs = formula::SplitNames(in.Value(arg));
     } else if (option) {
       Unknown(arg, "formula");
     } else if (f.text_given) {

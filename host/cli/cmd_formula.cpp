@@ -38,18 +38,6 @@ std::string Upper(std::string text) {
   return text;
 }
 
-std::vector<std::string> SplitList(const std::string& list) {
-  std::vector<std::string> names;
-  size_t from = 0;
-  while (from <= list.size()) {
-    size_t comma = list.find(',', from);
-    if (comma == std::string::npos) comma = list.size();
-    if (comma > from) names.push_back(list.substr(from, comma - from));
-    from = comma + 1;
-  }
-  return names;
-}
-
 struct VarOption {
   std::string name;  // as typed
   float value = 0;
@@ -111,7 +99,7 @@ std::string CodeText(const Code& code) {
 
 int RunFormulaDialect(const CommandLine& cl) {
   const FormulaOptions& o = cl.formula;
-  std::vector<std::string> own = SplitList(o.allow_given ? o.allow : "i,j,hmap,a,b,c,d,e,f,g,h");
+  std::vector<std::string> own = SplitNames(o.allow_given ? o.allow : "i,j,hmap,a,b,c,d,e,f,g,h");
   for (std::string& name : own) name = Lower(name);
 
   // --var: an allowed or common name sets that variable; any other name

@@ -18,6 +18,10 @@ constexpr NamedCode kFixedNames[] = {
 bool IsNameStart(uint32_t c) { return (c >= 'a' && c <= 'z') || c == '_'; }
 bool IsNameChar(uint32_t c) { return IsNameStart(c) || IsDigit(c); }
 
+}  // namespace
+
+std::span<const NamedCode> FixedNames() { return kFixedNames; }
+
 std::vector<std::string> SplitNames(std::string_view list) {
   std::vector<std::string> names;
   size_t from = 0;
@@ -29,10 +33,6 @@ std::vector<std::string> SplitNames(std::string_view list) {
   }
   return names;
 }
-
-}  // namespace
-
-std::span<const NamedCode> FixedNames() { return kFixedNames; }
 
 std::string FirstUnknownName(const Text& text, const std::vector<std::string>& allowed) {
   const size_t n = text.size();

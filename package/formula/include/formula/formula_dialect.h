@@ -33,6 +33,9 @@ struct NamedCode {
 };
 std::span<const NamedCode> FixedNames();
 
+// A comma-separated list of names, empty entries dropped.
+std::vector<std::string> SplitNames(std::string_view list);
+
 // Check names: the first name outside a function call's position that is
 // not in `allowed`, or "" when every name is allowed. `text` is already
 // folded and without blanks.
