@@ -19,16 +19,14 @@ void Binary(uint32_t op, Lanes a, ConstLanes b, size_t n) {
     case kMul: for (size_t k = 0; k < n; ++k) a[k] = a[k] * b[k]; break;
     case kDiv: for (size_t k = 0; k < n; ++k) a[k] = a[k] / b[k]; break;
     default:
-      for (size_t k = 0; k < n; ++k) a[k] = float(std::pow(double(a[k]), double(b[k])));
+      for (size_t k = 0; k < n; ++k) a[k] = Power(a[k], b[k]);
       break;
   }
 }
 
 void BinaryScalar(uint32_t op, Lanes a, float b, size_t n) {
   if (op == kPow && b == 2.0f) {
-    // x^2: a float's square is exact in double, and pow() returns an exact
-    // result exactly, so this is pow's value without the call.
-    for (size_t k = 0; k < n; ++k) a[k] = float(double(a[k]) * double(a[k]));
+    for (size_t k = 0; k < n; ++k) a[k] = float(double(a[k]) * double(a[k]));  // as Power() does
     return;
   }
   switch (op) {
@@ -37,7 +35,7 @@ void BinaryScalar(uint32_t op, Lanes a, float b, size_t n) {
     case kMul: for (size_t k = 0; k < n; ++k) a[k] = a[k] * b; break;
     case kDiv: for (size_t k = 0; k < n; ++k) a[k] = a[k] / b; break;
     default:
-      for (size_t k = 0; k < n; ++k) a[k] = float(std::pow(double(a[k]), double(b)));
+      for (size_t k = 0; k < n; ++k) a[k] = Power(a[k], b);
       break;
   }
 }
@@ -60,7 +58,7 @@ void Call(uint32_t index, Lanes a, ConstLanes b, ConstLanes c, size_t n) {
     case 18: for (size_t k = 0; k < n; ++k) a[k] = (b[k] <= a[k] && a[k] <= c[k]) ? 1.0f : 0.0f; return;
     default: break;
   }
-  switch (Functions()[index].args) {
+  switch (kFunctionArgs[index]) {
     case 0: for (size_t k = 0; k < n; ++k) a[k] = float(CallFunction(index, 0, 0, 0)); break;
     case 1: for (size_t k = 0; k < n; ++k) a[k] = float(CallFunction(index, a[k], 0, 0)); break;
     default: for (size_t k = 0; k < n; ++k) a[k] = float(CallFunction(index, a[k], b[k], 0)); break;
@@ -154,7 +152,7 @@ void BlockEvaluator::RunBlock(size_t n, float* out) {
         break;
       }
       case Kind::kCall: {
-        top -= Functions()[op.word].args * kBlock;
+        top -= kFunctionArgs[op.word] * kBlock;
         Call(op.word, top, top + kBlock, top + 2 * kBlock, n);
         top += kBlock;
         break;

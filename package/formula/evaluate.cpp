@@ -23,7 +23,7 @@ float Run(const uint32_t* code, const float* variables, float* stack) {
       case kCall: {
         const uint32_t index = *code++;
         if (index >= kFunctionCount) return 0.0f;
-        const int args = Functions()[index].args;
+        const int args = kFunctionArgs[index];
         top -= args;
         const double a = args > 0 ? double(top[0]) : 0.0;
         const double b = args > 1 ? double(top[1]) : 0.0;
@@ -49,7 +49,7 @@ float Run(const uint32_t* code, const float* variables, float* stack) {
         break;
       case kPow:
         --top;
-        top[-1] = float(std::pow(double(top[-1]), double(top[0])));
+        top[-1] = Power(top[-1], top[0]);
         break;
       case kNeg:
         top[-1] = -top[-1];
@@ -71,7 +71,7 @@ int StackDepth(const uint32_t* code) {
       case kCall: {
         const uint32_t index = *code++;
         if (index >= kFunctionCount) return deepest;
-        depth += 1 - Functions()[index].args;
+        depth += 1 - kFunctionArgs[index];
         break;
       }
       case kNeg: break;

@@ -38,4 +38,12 @@ inline double CallFunction(uint32_t index, double a, double b, double c) {
   }
 }
 
+// a^b: pow() in double, narrowed. For b = 2 the square of a float is exact
+// in double and pow() returns an exact result exactly, so the product is
+// pow's own value without the call.
+inline float Power(float a, float b) {
+  if (b == 2.0f) return float(double(a) * double(a));
+  return float(std::pow(double(a), double(b)));
+}
+
 }  // namespace nimbo::formula

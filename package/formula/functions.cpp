@@ -21,9 +21,15 @@ constexpr FunctionRow kFunctions[kFunctionCount] = {
     {"min", 2, Entry<16>},   {"rand", 0, Entry<17>},  {"range", 3, Entry<18>},
 };
 
-Engine g_engines[2];
+static_assert([] {
+  for (uint32_t k = 0; k < kFunctionCount; ++k)
+    if (kFunctions[k].args != kFunctionArgs[k]) return false;
+  return true;
+}());
 
 }  // namespace
+
+Engine g_engines[2];
 
 std::span<const FunctionRow, kFunctionCount> Functions() { return kFunctions; }
 
@@ -34,7 +40,6 @@ std::string FunctionName(Dialect dialect, uint32_t index) {
   return name;
 }
 
-Engine& EngineOf(Dialect dialect) { return g_engines[dialect == Dialect::kFormula ? 0 : 1]; }
 
 void SetVariable(Dialect dialect, uint32_t code, float value) {
   if (code < uint32_t(kVariableCount)) EngineOf(dialect).variables[code] = value;

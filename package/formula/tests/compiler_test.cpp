@@ -5,9 +5,11 @@
 #include <bit>
 #include <clocale>
 #include <cmath>
+#include <random>
 
 #include "formula/compiler.h"
 #include "formula/text.h"
+#include "function_math.h"
 #include "random/rand15.h"
 
 namespace nimbo::formula {
@@ -121,6 +123,18 @@ TEST(Compiler, FunctionsFollowTheirTable) {
   EXPECT_FALSE(C("INF", Dialect::kProgram).ok) << "only decimal numbers";
   EXPECT_FALSE(C("0X10", Dialect::kProgram).ok);
   EXPECT_TRUE(std::isinf(Value("1E39", Dialect::kProgram))) << "past single precision";
+}
+
+TEST(Compiler, SquaringSkipsPowWithoutChangingABit) {
+  std::mt19937 rng(5);
+  for (int n = 0; n < 2000000; ++n) {
+    const float a = std::bit_cast<float>(uint32_t(rng()));
+    const float expected = float(std::pow(double(a), 2.0));
+    if (std::isnan(expected)) EXPECT_TRUE(std::isnan(Power(a, 2.0f)));
+    else ASSERT_EQ(Bits(Power(a, 2.0f)), Bits(expected)) << a;
+  }
+  for (const float a : {0.0f, -0.0f, INFINITY, -INFINITY, 1e-45f, 3.4e38f, -1.0f})
+    EXPECT_EQ(Bits(Power(a, 2.0f)), Bits(float(std::pow(double(a), 2.0)))) << a;
 }
 
 TEST(Compiler, RandIsDrawnOncePerCallPerCompile) {

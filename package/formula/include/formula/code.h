@@ -65,6 +65,8 @@ struct FunctionRow {
 inline constexpr uint32_t kFunctionCount = 19;
 inline constexpr uint32_t kRandIndex = 17;
 std::span<const FunctionRow, kFunctionCount> Functions();
+// The argument counts alone, by index, for the evaluators' inner loops.
+inline constexpr int kFunctionArgs[kFunctionCount] = {1, 1, 1, 1, 1, 1, 2, 1, 1, 1, 1, 2, 1, 1, 1, 2, 2, 0, 3};
 // The name of function `index` as the dialect spells it.
 std::string FunctionName(Dialect dialect, uint32_t index);
 
@@ -73,7 +75,8 @@ struct Engine {
   float variables[kVariableCount] = {};
   float stack[kStackSlots] = {};
 };
-Engine& EngineOf(Dialect dialect);
+extern Engine g_engines[2];  // [0] formula dialect, [1] program dialect
+inline Engine& EngineOf(Dialect dialect) { return g_engines[dialect == Dialect::kFormula ? 0 : 1]; }
 
 // Set variable / set variables (codes zero-terminated).
 void SetVariable(Dialect dialect, uint32_t code, float value);
