@@ -221,21 +221,9 @@ void ImplicitBlock(benchmark::State& state) {
   Volume v;
   Program program;
   if (!program.Compile(kProgram, "FUN", {}, {}).ok) state.SkipWithError("the program does not compile");
-  // Each line over the whole volume; its values become a column the later
-  // lines read.
-  Engine& e = EngineOf(Dialect::kProgram);
-  e.variables[kProgramT] = 0.25f;
-  std::vector<BlockEvaluator> lines;
-  std::vector<std::vector<float>> values(program.Lines().size(), std::vector<float>(kSamples));
-  std::vector<Column> columns = {{kProgramX, v.x.data()}, {kProgramY, v.y.data()}, {kProgramZ, v.z.data()}};
-  for (size_t n = 0; n < program.Lines().size(); ++n) {
-    lines.emplace_back(program.Lines()[n].compiled);
-    columns.push_back({program.Lines()[n].code, values[n].data()});
-  }
-  BlockEvaluator result(program.ResultCode());
+  ProgramBlockEvaluator block(program, kSamples);
   for (auto _ : state) {
-    for (size_t n = 0; n < lines.size(); ++n) lines[n].Run(e.variables, columns, kSamples, values[n].data());
-    result.Run(e.variables, columns, kSamples, v.out.data());
+    block.Run(0.25f, v.x.data(), v.y.data(), v.z.data(), kSamples, v.out.data());
     benchmark::DoNotOptimize(v.out.data());
   }
   state.SetItemsProcessed(int64_t(state.iterations()) * kSamples);

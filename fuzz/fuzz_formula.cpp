@@ -7,7 +7,7 @@
 // it checks what must hold for every input: a failed formula keeps the code
 // of "0", positions lie inside the prepared text, the code never needs more
 // than the stack holds nor more words than the estimate, and the block
-// evaluator gives the one-point evaluator's bits.
+// evaluators (formula and whole program) give the one-point bits.
 #include <bit>
 #include <cstdint>
 #include <cstdio>
@@ -74,9 +74,19 @@ void FuzzProgram(uint8_t selector, std::string_view text) {
   const auto status = program.Compile(text, (selector & 1) ? "FUN" : "", {"u", "NX"},
                                       (selector & 2) ? users : std::vector<ProgramUserVariable>{});
   if (!status.ok) return;
-  program.Evaluate(0.5f, 1.0f, -2.0f, 3.0f);
-  program.Output(0);
-  program.Output(1);
+  // The whole program over two samples as blocks, against one sample at a
+  // time.
+  const float x[2] = {1.0f, -0.25f}, y[2] = {-2.0f, 0.0f}, z[2] = {3.0f, 1e-3f};
+  float result[2];
+  ProgramBlockEvaluator block(program, 2);
+  block.Run(0.5f, x, y, z, 2, result);
+  for (int k = 0; k < 2; ++k) {
+    const float one = program.Evaluate(0.5f, x[k], y[k], z[k]);
+    FUZZ_CHECK((one != one && result[k] != result[k]) || std::bit_cast<uint32_t>(one) == std::bit_cast<uint32_t>(result[k]));
+    const float u = program.Output(0);
+    FUZZ_CHECK((u != u && block.Output(0, k) != block.Output(0, k)) || std::bit_cast<uint32_t>(u) == std::bit_cast<uint32_t>(block.Output(0, k)));
+    program.Output(1);
+  }
   for (const ProgramLine& line : program.Lines()) {
     CheckCode(line.compiled, line.expression);
     CheckBlock(Dialect::kProgram, line.compiled, kProgramX);

@@ -162,4 +162,34 @@ void BlockEvaluator::RunBlock(size_t n, float* out) {
   std::copy(stack_.data(), stack_.data() + n, out);
 }
 
+ProgramBlockEvaluator::ProgramBlockEvaluator(const Program& program, size_t max_count)
+    : user_values_(program.UserValues()) {
+  columns_ = {{kProgramX, nullptr}, {kProgramY, nullptr}, {kProgramZ, nullptr}};
+  for (const ProgramLine& line : program.Lines()) {
+    lines_.emplace_back(line.compiled);
+    values_.emplace_back(max_count);
+    columns_.push_back({line.code, values_.back().data()});
+  }
+  if (program.HasResult()) result_.emplace(program.ResultCode());
+  for (size_t k = 0; k < program.OutputCount(); ++k) output_lines_.push_back(program.OutputLine(k));
+}
+
+void ProgramBlockEvaluator::Run(float t, const float* x, const float* y, const float* z, size_t count,
+                                float* result) {
+  Engine& engine = EngineOf(Dialect::kProgram);
+  engine.variables[kProgramT] = t;
+  for (const auto& [code, value] : user_values_) engine.variables[code] = value;
+  columns_[0].values = x;
+  columns_[1].values = y;
+  columns_[2].values = z;
+  for (size_t n = 0; n < lines_.size(); ++n) lines_[n].Run(engine.variables, columns_, count, values_[n].data());
+  if (result_) result_->Run(engine.variables, columns_, count, result);
+  else std::fill(result, result + count, 0.0f);
+}
+
+float ProgramBlockEvaluator::Output(size_t k, size_t n) const {
+  const size_t line = output_lines_[k];
+  return line < values_.size() ? values_[line][n] : 0.0f;
+}
+
 }  // namespace nimbo::formula

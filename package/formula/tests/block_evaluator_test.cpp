@@ -117,5 +117,29 @@ TEST(BlockEvaluator, VariablesWithoutAColumnReadTheTable) {
   EXPECT_EQ(out[0], 0);
 }
 
+TEST(ProgramBlockEvaluator, GivesProgramEvaluateValuesPerSample) {
+  Program program;
+  ASSERT_TRUE(program
+                  .Compile("R = sqrt(X*X + Y*Y)\nA = R - size\nnx = angle(Y, X)\nA = A*A + Z^2\n"
+                           "FUN = min(A, (X-0.3)^2 + Z*Z - 0.09)*max(1, abs(Z*2)) + sin(T)",
+                           "FUN", {"nx", "ny"}, {{"size", 0.6f}})
+                  .ok);
+  constexpr size_t kSamples = 600;
+  std::vector<float> x(kSamples), y(kSamples), z(kSamples), result(kSamples);
+  std::mt19937 rng(3);
+  std::uniform_real_distribution<float> coordinate(-2, 2);
+  for (size_t k = 0; k < kSamples; ++k) x[k] = coordinate(rng), y[k] = coordinate(rng), z[k] = coordinate(rng);
+  x[0] = y[0] = 0;  // angle(0, 0), sqrt(0)
+
+  ProgramBlockEvaluator block(program, kSamples);
+  block.Run(0.5f, x.data(), y.data(), z.data(), kSamples, result.data());
+  for (size_t k = 0; k < kSamples; ++k) {
+    const float one = program.Evaluate(0.5f, x[k], y[k], z[k]);
+    ASSERT_EQ(std::bit_cast<uint32_t>(result[k]), std::bit_cast<uint32_t>(one)) << k;
+    ASSERT_EQ(std::bit_cast<uint32_t>(block.Output(0, k)), std::bit_cast<uint32_t>(program.Output(0))) << k;
+    ASSERT_EQ(std::bit_cast<uint32_t>(block.Output(1, k)), std::bit_cast<uint32_t>(program.Output(1))) << k;
+  }
+}
+
 }  // namespace
 }  // namespace nimbo::formula

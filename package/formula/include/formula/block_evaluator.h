@@ -14,10 +14,12 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <vector>
 
 #include "formula/code.h"
+#include "formula/program.h"
 
 namespace nimbo::formula {
 
@@ -53,6 +55,32 @@ class BlockEvaluator {
   std::vector<float> stack_;  // depth x kBlock
   bool zero_ = false;         // the code ends early with 0.0 (an unknown word)
   size_t base_ = 0;           // the first point of the current block
+};
+
+// A compiled program over many samples (ImplicitBeast's volume): each
+// assignment line runs over the samples as a block, its values become a
+// column the later lines read, then the result expression runs. Values are
+// those of Program::Evaluate per sample.
+class ProgramBlockEvaluator {
+ public:
+  // Allocates a column per line for up to `max_count` samples.
+  ProgramBlockEvaluator(const Program& program, size_t max_count);
+
+  // result[k] for samples k < count (count <= max_count), with T fixed and
+  // X, Y, Z per sample; uses the program dialect's table for T and the user
+  // variables. No allocation.
+  void Run(float t, const float* x, const float* y, const float* z, size_t count, float* result);
+
+  // Output k's value at sample n after Run.
+  float Output(size_t k, size_t n) const;
+
+ private:
+  std::vector<BlockEvaluator> lines_;
+  std::vector<std::vector<float>> values_;  // per line
+  std::vector<Column> columns_;             // X, Y, Z, then one per line
+  std::optional<BlockEvaluator> result_;
+  std::vector<size_t> output_lines_;
+  std::vector<std::pair<uint32_t, float>> user_values_;
 };
 
 }  // namespace nimbo::formula

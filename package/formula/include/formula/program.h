@@ -55,8 +55,11 @@ class Program {
   // dialect's process-wide table: call under the effect's lock.
   float Evaluate(float t, float x, float y, float z);
 
-  // The value of output k after Evaluate.
+  // The value of output k after Evaluate, and the assignment line it reads.
   float Output(size_t k) const;
+  size_t OutputLine(size_t k) const { return size_t(output_lines_[k]); }
+  size_t OutputCount() const { return output_lines_.size(); }
+  const std::vector<std::pair<uint32_t, float>>& UserValues() const { return user_values_; }
   bool HasResult() const { return has_result_; }
   const Code& ResultCode() const { return result_.compiled; }
   const std::vector<ProgramLine>& Lines() const { return lines_; }
