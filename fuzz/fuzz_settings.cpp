@@ -16,16 +16,9 @@
 #include "framework/dynvar_list.h"
 #include "framework/xml_document.h"
 #include "linear_lookup.h"
+#include "fuzz_check.h"
 
 namespace {
-
-#define FUZZ_CHECK(condition)                                                            \
-  do {                                                                                   \
-    if (!(condition)) {                                                                  \
-      std::fprintf(stderr, "%s:%d: check failed: %s\n", __FILE__, __LINE__, #condition); \
-      std::abort();                                                                      \
-    }                                                                                    \
-  } while (0)
 
 // Visits every element depth first with the navigation calls and answers
 // what it read: names, data and two attributes, with the nesting.

@@ -5,6 +5,8 @@
 #include <cmath>
 #include <map>
 
+#include "formula/formula_dialect.h"
+
 namespace nimbo::host {
 namespace {
 
@@ -37,6 +39,14 @@ class ArgReader {
       }
     }
     return arg;
+  }
+  size_t Remaining() const { return args_.size() - pos_; }
+  const std::string& Peek() const { return args_[pos_]; }
+  // The next argument as it stands, never split as an option.
+  std::string Raw() {
+    pending_value_.clear();
+    has_pending_ = false;
+    return args_[pos_++];
   }
   std::string Value(const std::string& option) {
     if (has_pending_) {
@@ -183,6 +193,53 @@ void ParseDemo(ArgReader& in, CommandLine& cl) {
   }
 }
 
+void ParseFormula(ArgReader& in, CommandLine& cl) {
+  FormulaOptions& f = cl.formula;
+  // "-h" alone asks for help; anywhere else it is the formula "-h" (minus h).
+  if (in.Remaining() == 1 && in.Peek() == "-h") {
+    f.help = true;
+    return;
+  }
+  bool rest_is_text = false;
+  while (!in.Done()) {
+    const std::string arg = rest_is_text ? in.Raw() : in.Next();
+    // Only "--" options are options: a formula may start with '-'.
+    const bool option = !rest_is_text && arg.rfind("--", 0) == 0;
+    if (option && arg == "--") {
+      rest_is_text = true;
+    } else if (option && arg == "--help") {
+      f.help = true;
+    } else if (option && arg == "--json") {
+      in.NoValue(arg);
+      cl.json = true;
+    } else if (option && arg == "--program") {
+      in.NoValue(arg);
+      f.program = true;
+    } else if (option && arg == "--allow") {
+      f.allow = in.Value(arg);
+      f.allow_given = true;
+    } else if (option && arg == "--var") {
+      f.vars.push_back(in.Value(arg));
+    } else if (option && arg == "--result") {
+      f.result = in.Value(arg);
+    } else if (option && arg == "--outputs") {
+      f.outputs = formula::SplitNames(in.Value(arg));
+    } else if (option) {
+      Unknown(arg, "formula");
+    } else if (f.text_given) {
+      throw UsageError("`nimbo formula` takes one TEXT; quote the formula (" + Quoted(arg) + " is a second one)");
+    } else {
+      f.text = arg;
+      f.text_given = true;
+    }
+  }
+  if (f.help) return;
+  if (!f.text_given) throw UsageError("`nimbo formula` needs the formula: nimbo formula [options] TEXT");
+  if (!f.program && (!f.result.empty() || !f.outputs.empty()))
+    throw UsageError("--result and --outputs belong to --program");
+  if (f.program && f.allow_given) throw UsageError("--allow belongs to the formula dialect, not --program");
+}
+
 }  // namespace
 
 bool ParseSize(const std::string& text, int32_t* width, int32_t* height) {
@@ -209,8 +266,9 @@ CommandLine ParseCommandLine(const std::vector<std::string>& args) {
     while (!in.Done()) {
       const std::string arg = in.Next();
       if (ParseCommonOption(arg, in, cl)) continue;
-      if (!cl.help_topic.empty() || (arg != "list" && arg != "info" && arg != "render" && arg != "demo"))
-        throw UsageError("no help on " + Quoted(arg) + " (commands: list, info, render, demo)");
+      if (!cl.help_topic.empty() ||
+          (arg != "list" && arg != "info" && arg != "render" && arg != "demo" && arg != "formula"))
+        throw UsageError("no help on " + Quoted(arg) + " (commands: list, info, render, demo, formula)");
       cl.help_topic = arg;
     }
   } else if (known && std::find_if(rest.begin(), rest.end(), IsHelp) != rest.end()) {
@@ -240,8 +298,11 @@ CommandLine ParseCommandLine(const std::vector<std::string>& args) {
   } else if (command == "demo") {
     cl.kind = CommandKind::kDemo;
     ParseDemo(in, cl);
+  } else if (command == "formula") {
+    cl.kind = CommandKind::kFormula;
+    ParseFormula(in, cl);
   } else {
-    throw UsageError("unknown command " + Quoted(command) + " (commands: list, info, render, demo, help)");
+    throw UsageError("unknown command " + Quoted(command) + " (commands: list, info, render, demo, formula, help)");
   }
   return cl;
 }
@@ -301,6 +362,7 @@ std::string UsageText(const std::string& command) {
   if (command == "list") return kListUsage;
   if (command == "info") return kInfoUsage;
   if (command == "demo") return kDemoUsage;
+  if (command == "formula") return FormulaUsageText();
   return UsageText();
 }
 
@@ -312,6 +374,7 @@ usage:
   nimbo info EFFECT [--json]               inputs, settings keys, dynamic variables, sliders, outputs
   nimbo render EFFECT [-i IN]... -o OUT [options]
   nimbo demo [--out DIR]                   every effect on generated media: clips and a contact sheet
+  nimbo formula [options] TEXT             checks and evaluates a formula (`nimbo formula -h`)
   nimbo help [COMMAND] | --version         `nimbo COMMAND --help` (or -h) shows one command's options
 
 EFFECT is a name ("ChromaKeyPRO", "Blob 3D", "3D Effect\Blob 3D",
@@ -338,6 +401,32 @@ render, for the whole run:
 common:
   --plugins DIR         folder of nimbo_one.fxp (default: NIMBO_PLUGINS_PATH, else ../plugins)
   --quiet               no progress bar     --verbose   FFmpeg's own messages
+)";
+}
+
+const char* FormulaUsageText() {
+  return R"(nimbo formula - checks a formula before you type it into an effect, and evaluates it
+
+usage:
+  nimbo formula [--allow NAMES] [--var NAME=VALUE]... [--json] TEXT
+  nimbo formula --program [--result NAME] [--outputs N1,N2,...] [--var NAME=VALUE]... [--json] TEXT
+
+formula dialect (Evaluator3D's fields):
+  --allow NAMES         the formula's own names, comma-separated (default i,j,hmap,a,b,c,d,e,f,g,h);
+                        t, imax, jmax, pi, screenw, screenh are always allowed
+  --var NAME=VALUE      sets a variable; any other name declares a user variable (codes 276 on)
+program dialect (--program, ImplicitBeast's programs; TEXT holds the lines):
+  --result NAME         the last line must assign NAME (as ImplicitBeast requires FUN)
+  --outputs N1,N2,...   output names whose values are printed
+  --var NAME=VALUE      sets T, X, Y or Z, or declares a user variable with that value
+both:
+  --json                {"ok": true, "value": V, "code": [...]} or {"ok": false, "position": P}
+  --                    the next argument is TEXT even if it starts with --
+  -h, --help            this text (-h only alone: `nimbo formula -- -h` evaluates minus h)
+
+Prints the value ("%.9g") and exits 0, or prints the error and exits 1. An error
+position counts characters of the prepared text: upper case folded, blanks
+deleted, each variable name one character. TEXT may be at most 65536 bytes.
 )";
 }
 

@@ -41,7 +41,19 @@ struct DemoOptions {
   std::vector<std::string> only;  // effects to render; empty = all
 };
 
-enum class CommandKind { kHelp, kVersion, kList, kInfo, kRender, kDemo };
+struct FormulaOptions {
+  bool help = false;            // -h: the command's own usage
+  bool program = false;         // --program: the program dialect
+  bool allow_given = false;
+  std::string allow;            // --allow: comma-separated own names
+  std::string result;           // --result: the required last line's name
+  std::vector<std::string> outputs;  // --outputs
+  std::vector<std::string> vars;     // --var NAME=VALUE, in order
+  bool text_given = false;
+  std::string text;
+};
+
+enum class CommandKind { kHelp, kVersion, kList, kInfo, kRender, kDemo, kFormula };
 
 struct CommandLine {
   CommandKind kind = CommandKind::kHelp;
@@ -53,6 +65,7 @@ struct CommandLine {
   std::string help_topic;  // kHelp: "" for all, or the command asked about
   RenderOptions render;
   DemoOptions demo;
+  FormulaOptions formula;
 };
 
 // `args` without the program name. Throws UsageError.
@@ -64,5 +77,7 @@ bool ParseSize(const std::string& text, int32_t* width, int32_t* height);
 // The text `nimbo help` prints; with a command's name, that command's usage.
 const char* UsageText();
 std::string UsageText(const std::string& command);
+// The text `nimbo formula -h` prints.
+const char* FormulaUsageText();
 
 }  // namespace nimbo::host

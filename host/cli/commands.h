@@ -11,5 +11,6 @@ int RunList(const CommandLine& cl);
 int RunInfo(const CommandLine& cl);
 int RunRender(const CommandLine& cl);
 int RunDemo(const CommandLine& cl);
+int RunFormula(const CommandLine& cl);
 
 }  // namespace nimbo::host

@@ -23,6 +23,7 @@ int main(int argc, char** argv) {
       case CommandKind::kInfo: return RunInfo(cl);
       case CommandKind::kRender: return RunRender(cl);
       case CommandKind::kDemo: return RunDemo(cl);
+      case CommandKind::kFormula: return RunFormula(cl);
     }
   } catch (const UsageError& e) {
     std::fprintf(stderr, "nimbo: error: %s\n", e.what());

@@ -7,13 +7,13 @@
 #include <cerrno>
 
 #include "orrery/services.h"
+#include "random/rand15.h"
 
 namespace nimbo::platform {
 namespace {
 std::atomic<void*> g_main_window{nullptr};
 std::mutex g_help_mutex;
 std::string g_help_path;
-std::atomic<uint32_t> g_rand_seed{1};
 
 std::string DlErrorText(const char* fallback) {
   const char* text = dlerror();
@@ -82,15 +82,7 @@ std::string HelpPath() {
   return g_help_path;
 }
 
-int32_t Rand() {
-  uint32_t seed = g_rand_seed.load(std::memory_order_relaxed);
-  uint32_t next;
-  do {
-    next = seed * 214013u + 2531011u;
-  } while (!g_rand_seed.compare_exchange_weak(seed, next, std::memory_order_relaxed));
-  return int32_t((next >> 16) & 0x7fff);
-}
-
-void SeedRand(uint32_t seed) { g_rand_seed = seed; }
+int32_t Rand() { return random::Rand15(); }
+void SeedRand(uint32_t seed) { random::SeedRand15(seed); }
 
 }  // namespace nimbo::platform

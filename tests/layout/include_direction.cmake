@@ -2,7 +2,9 @@
 # allow, and fails naming each one that does not:
 #
 #   sdk <- framework <- package core <- shared, render3d <- effects <- package
-#   the engine knows only the sdk; the host only the sdk and the framework
+#   random <- core; random <- formula <- effects, render3d
+#   the engine knows only the sdk; the host only the sdk, the framework and
+#   formula (the `nimbo formula` checker); formula knows only random
 #
 # A quoted include is either a layer's public header ("core/effect_base.h":
 # the first folder names the layer) or a bare name that must be a file of the
@@ -23,22 +25,24 @@ set(rules
   "framework/|orrery framework"
   "engine/tests/|orrery nb3d test_screen.h"
   "engine/|orrery nb3d"
+  "package/random/|random"
+  "package/formula/|formula random"
   "package/core/tests/|orrery framework nb3d core test_host.h test_screen.h"
-  "package/core/|orrery framework nb3d core"
+  "package/core/|orrery framework nb3d core random"
   "package/shared/|orrery framework nb3d core shared"
-  "package/render3d/tests/|orrery framework nb3d core shared render3d test_host.h test_screen.h bin_path.h"
-  "package/render3d/|orrery framework nb3d core shared render3d"
-  "package/effects/|orrery framework nb3d core shared render3d test_host.h test_screen.h bin_path.h"
+  "package/render3d/tests/|orrery framework nb3d core shared formula render3d test_host.h test_screen.h bin_path.h"
+  "package/render3d/|orrery framework nb3d core shared formula render3d"
+  "package/effects/|orrery framework nb3d core shared formula render3d test_host.h test_screen.h bin_path.h"
   "package/|orrery framework core"
   "host/tests/fixture_package|orrery framework core"
-  "host/tests/|orrery framework runtime media cli"
-  "host/cli/|orrery framework runtime media cli"
-  "host/|orrery framework runtime media"
+  "host/tests/|orrery framework formula runtime media cli"
+  "host/cli/|orrery framework formula runtime media cli"
+  "host/|orrery framework formula runtime media"
   "tests/support/|orrery framework core test_host.h test_screen.h"
   "tests/|orrery framework core test_host.h test_screen.h"
-  "bench/|orrery framework nb3d core shared render3d runtime media EFFECTS"
-  "fuzz/|orrery framework core")
-set(layers orrery framework nb3d core shared render3d runtime media cli)
+  "bench/|orrery framework nb3d core shared formula render3d runtime media EFFECTS"
+  "fuzz/|orrery framework core formula random")
+set(layers orrery framework nb3d core shared formula random render3d runtime media cli)
 
 file(GLOB_RECURSE sources RELATIVE ${ROOT}
   ${ROOT}/sdk/*.[ch]* ${ROOT}/framework/*.[ch]* ${ROOT}/engine/*.[ch]* ${ROOT}/package/*.[ch]*
