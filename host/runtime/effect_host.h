@@ -54,7 +54,10 @@ class EffectHost final : public orrery::HostContext {
   void DescribeSetting(const orrery::SettingInfo& info) override;
 
   SettingsDocument& Store() { return store_; }
-  void SetFrame(int64_t frame) { frame_ = frame; }
+  // The clock: frame time (frame * 1000 / fps, rounded down), or a time in
+  // milliseconds a host that is itself driven by timestamps hands over.
+  void SetFrame(int64_t frame);
+  void SetClockMs(int64_t ms) { clock_ms_ = ms; }
   double FrameRate() const { return fps_; }
 
   // The declared dynamic variables, in list order.
@@ -70,7 +73,7 @@ class EffectHost final : public orrery::HostContext {
   int32_t width_;
   int32_t height_;
   double fps_;
-  int64_t frame_ = 0;
+  int64_t clock_ms_ = 0;
   SettingsDocument store_;
   orrery::DynVar* dynvars_ = nullptr;
   std::vector<SliderRecord> sliders_;

@@ -36,11 +36,15 @@ EffectStage::EffectStage(const Package& package, const EffectEntry& entry, int32
 
 EffectStage::~EffectStage() { effect_.reset(); }
 
-void EffectStage::Configure(const StageOptions& options) {
+void EffectStage::ApplySettings(const StageOptions& options) {
   if (!options.preset.empty()) LoadPreset(options.preset);
   effect_->UpdateConfig();
   if (!options.sets.empty()) ApplySets(options.sets);
   if (!preset_text_.empty()) ApplyDynVarValues(ReadDynVarValues(preset_text_));
+}
+
+void EffectStage::Configure(const StageOptions& options) {
+  ApplySettings(options);
 
   input_sizes_.clear();
   for (int32_t i = 0; i < effect_->GetInputCount(); ++i) {
@@ -153,9 +157,13 @@ bool EffectStage::RenderFrame(int64_t frame, const std::vector<const FrameBuffer
     list[i] = &screens[i];
   }
   orrery::Screen out = output_.AsScreen();
-  const int32_t ok = effect_->Render(orrery::InputList{list.data(), int32_t(list.size())}, &out);
+  return RenderScreens(list, out);
+}
+
+bool EffectStage::RenderScreens(const std::vector<const orrery::Screen*>& inputs, orrery::Screen& out) {
+  const int32_t ok = effect_->Render(orrery::InputList{inputs.data(), int32_t(inputs.size())}, &out);
   if (!ok) {
-    std::fill(output_.pixels.begin(), output_.pixels.end(), kOpaqueBlack);
+    std::fill(out.pixels, out.pixels + size_t(out.width) * size_t(out.height), kOpaqueBlack);
     ++failed_frames_;
   }
   return ok != 0;
