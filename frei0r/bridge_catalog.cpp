@@ -39,9 +39,13 @@ std::string RangeText(double minimum, double maximum) {
   return text;
 }
 
-double NumberOf(const std::string& text) {
-  if (auto v = ScanInt(text, 10)) return *v;
-  if (auto f = ScanFloat(text)) return *f;
+// A stored number: ints as ints ("0.5" would read as 0), floats as floats.
+double NumberOf(const host::SettingEntry& entry) {
+  if (entry.type == "int") {
+    if (auto v = ScanInt(entry.value, 10)) return *v;
+  } else if (auto f = ScanFloat(entry.value)) {
+    return *f;
+  }
   return 0.0;
 }
 
@@ -61,7 +65,7 @@ ParamSpec SettingParam(const host::SettingEntry& entry, const host::SettingRecor
     p.explanation = help + (entry.type == "path" ? " (a file)" : "");
     return p;
   }
-  p.default_value = NumberOf(entry.value);
+  p.default_value = NumberOf(entry);
   p.whole = entry.type == "int";
   if (p.whole && record.minimum == 0 && record.maximum == 1) {
     p.type = ParamType::kBool;
@@ -171,7 +175,7 @@ EffectDescription DescribeEffect(const host::Package& package, const std::string
       if (!record) continue;  // indexed keys and the variables' own records: reachable through a preset
       params.push_back(SettingParam(entry, *record));
       seen.insert("set:" + entry.key);
-      if (params.back().type == ParamType::kBool) switches.push_back(entry.key + "=" + (NumberOf(entry.value) ? "0" : "1"));
+      if (params.back().type == ParamType::kBool) switches.push_back(entry.key + "=" + (NumberOf(entry) != 0 ? "0" : "1"));
     }
     AddVariables(stage, "", params, seen);
     for (const host::OutputValue& v : stage.OutputValues()) d.outputs.push_back(v.name);

@@ -17,6 +17,7 @@
 #include "bridge_params.h"
 #include "plugin_handle.h"
 #include "runtime/effect_stage.h"
+#include "runtime/settings_edit.h"
 
 namespace nimbo::frei0r {
 namespace {
@@ -142,6 +143,21 @@ TEST(Frei0rPlugins, DescribeEachImageEffectWithItsSettingsVariablesAndSliders) {
     EXPECT_TRUE(names.count("preset"));
     EXPECT_EQ(names.count("values file"), std::string(c.effect) == "ColorTracker" ? 1u : 0u);
   }
+  // Each setting's default, mapped to 0..1 and back, is the text a fresh
+  // effect stores: a host that sets every parameter to what it reads back
+  // (ffmpeg does) changes nothing.
+  for (const PluginCase& c : kPlugins) {
+    const EffectDescription d = DescribeEffect(Package(), c.effect);
+    host::EffectStage stage(Package(), *d.entry, 64, 48, 25.0);
+    stage.ApplySettings({});
+    for (const host::SettingEntry& stored : host::ReadSettingEntries(stage.Host().Store().Text())) {
+      for (const ParamSpec& spec : d.params) {
+        if (spec.source == ParamSource::kSetting && spec.target == stored.key) {
+          EXPECT_EQ(SettingAssignment(spec, DefaultValue(spec)), stored.key + "=" + stored.value) << c.effect;
+        }
+      }
+    }
+  }
   // ChromaKeyPRO's key variables exist only with "use_dynvars" on, and are
   // parameters all the same.
   PluginHandle keyer = Open({"ChromaKeyPRO", Layout::kMixer});
@@ -238,7 +254,9 @@ TEST(Frei0rPlugins, SeeksStartTheHistoryOver) {
 TEST(Frei0rPlugins, HostileValuesGiveAPicture) {
   const double nan = std::numeric_limits<double>::quiet_NaN();
   const double numbers[] = {nan, -1.0, 2.0, 1e300, -0.0};
-  const char* texts[] = {"", "/nonexistent/preset.xml", "\xff\xfe", nullptr};
+  // Not UTF-8, and under the temporary folder: ColorTracker writes its values file there.
+  const std::string odd = testing::TempDir() + "/\xff\xfe";
+  const char* texts[] = {"", "/nonexistent/preset.xml", odd.c_str(), nullptr};
   for (const PluginCase& c : kPlugins) {
     SCOPED_TRACE(PluginFileName(c.effect, c.layout));
     PluginHandle p = Open(c);

@@ -236,7 +236,9 @@ def check_param_lists(effect, layout, params, info, env):
         fail("%s: gst-inspect-1.0 lacks %s" % (element, sorted(gst_names - listed)))
     service = ("transition=" if mixer else "filter=") + "frei0r." + file_name(effect, layout)
     query = run(["melt", "-query", service], env=env)
-    titles = [line.split(":", 1)[1].strip().lower() for line in query.splitlines() if line.strip().startswith("title:")]
+    # YAML quotes titles that hold a colon.
+    titles = [line.split(":", 1)[1].strip().strip('"').lower() for line in query.splitlines()
+              if line.strip().startswith("title:")]
     if sorted(titles[1:]) != sorted(names):
         fail("%s: melt -query lists %s, the plug-in %s" % (service, titles[1:], names))
     elif not failures or not failures[-1].startswith(file_name(effect, layout)):
