@@ -190,12 +190,19 @@ EffectDescription DescribeEffect(const host::Package& package, const std::string
     AddVariables(stage, flipped, params, seen);
   }
 
-  // Names must be unique: a variable named like a key gets its kind added.
+  // Names must be unique, also as GStreamer spells them (anything but
+  // letters, digits, '+' and '-' as '-': "blue_y" and "Blue y" are both
+  // "blue-y" there): a variable named like a key gets its kind added.
+  auto gstreamer_name = [](const std::string& name) {
+    std::string out;
+    for (unsigned char c : name) out += (std::isalnum(c) || c == '+' || c == '-') ? char(c) : '-';
+    return out;
+  };
   std::set<std::string> names;
   for (ParamSpec& p : params) {
-    if (!names.insert(p.name).second) {
+    if (!names.insert(gstreamer_name(p.name)).second) {
       p.name += p.source == ParamSource::kSlider ? " slider" : " variable";
-      names.insert(p.name);
+      names.insert(gstreamer_name(p.name));
     }
   }
   ParamSpec preset;

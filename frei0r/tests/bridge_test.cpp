@@ -124,11 +124,14 @@ TEST(Frei0rPlugins, DescribeEachImageEffectWithItsSettingsVariablesAndSliders) {
     EXPECT_EQ(p.info.frei0r_version, FREI0R_MAJOR_VERSION);
     EXPECT_EQ(std::string(p.info.name), PluginName(c.effect, c.layout));
 
-    std::set<std::string> names;
+    std::set<std::string> names, gstreamer_names;
     for (int i = 0; i < p.info.num_params; ++i) {
       const f0r_param_info_t info = p.Param(i);
       const std::string name = info.name;
       EXPECT_TRUE(names.insert(name).second) << "twice: " << name;
+      std::string gstreamer_name = name;  // GStreamer's property name
+      for (char& ch : gstreamer_name) ch = std::isalnum(static_cast<unsigned char>(ch)) || ch == '+' ? ch : '-';
+      EXPECT_TRUE(gstreamer_names.insert(gstreamer_name).second) << "twice in GStreamer: " << gstreamer_name;
       EXPECT_EQ(name, LowerName(name));
       EXPECT_TRUE(info.explanation && *info.explanation) << name;
     }
@@ -138,8 +141,12 @@ TEST(Frei0rPlugins, DescribeEachImageEffectWithItsSettingsVariablesAndSliders) {
     host::EffectStage stage(package, package.Find(c.effect), 64, 48, 25.0);
     stage.Configure({});
     for (const host::SettingRecord& s : stage.Host().DescribedSettings()) EXPECT_TRUE(names.count(LowerName(s.key))) << s.key;
-    for (orrery::DynVar* v : stage.Host().DeclaredDynVars()) EXPECT_TRUE(names.count(LowerName(v->name))) << v->name;
-    for (const host::SliderRecord& s : stage.Host().Sliders()) EXPECT_TRUE(names.count(LowerName(s.name))) << s.name;
+    // A variable named like a setting carries its kind in its name.
+    auto listed = [&](const std::string& name, const char* kind) {
+      return names.count(LowerName(name) + kind) + names.count(LowerName(name)) > 0;
+    };
+    for (orrery::DynVar* v : stage.Host().DeclaredDynVars()) EXPECT_TRUE(listed(v->name, " variable")) << v->name;
+    for (const host::SliderRecord& s : stage.Host().Sliders()) EXPECT_TRUE(listed(s.name, " slider")) << s.name;
     EXPECT_TRUE(names.count("preset"));
     EXPECT_EQ(names.count("values file"), std::string(c.effect) == "ColorTracker" ? 1u : 0u);
   }
