@@ -219,6 +219,37 @@ TEST(Frei0rPlugins, SettingParametersMapOntoTheSettingsRange) {
   p.destruct(instance);
 }
 
+TEST(Frei0rPlugins, PresetParameterLoadsASettingsDocumentUnderTheParameters) {
+  // A preset with Retina Killer's limit at 40 and fade at 60.
+  const std::string path = testing::TempDir() + "/frei0r_retina_preset.xml";
+  {
+    host::EffectStage stage(Package(), Package().Find("Retina Killer"), 16, 16, 25.0);
+    host::StageOptions options;
+    options.sets = {"limit=40", "fade=60"};
+    stage.ApplySettings(options);
+    std::ofstream(path) << stage.Host().Store().Text();
+  }
+  const int32_t w = 32, h = 16;
+  PluginHandle p = Open({"Retina Killer", Layout::kFilter});
+  auto run = [&](const std::vector<std::pair<std::string, double>>& numbers) {
+    f0r_instance_t instance = p.construct(w, h);
+    const char* text = path.c_str();
+    p.set_param(instance, &text, p.FindParam("preset"));
+    for (const auto& [name, value] : numbers) SetNumber(p, instance, name, value);
+    std::vector<std::vector<uint32_t>> frames;
+    for (int k = 0; k < 3; ++k) frames.push_back(Update(p, instance, w, h, k * 0.04, k));
+    p.destruct(instance);
+    return frames;
+  };
+  const auto preset_frames = RuntimeFrames("Retina Killer", {"limit=40", "fade=60"}, w, h, 3);
+  ASSERT_NE(preset_frames, RuntimeFrames("Retina Killer", {}, w, h, 3)) << "the preset changes nothing";
+  // Parameters at their defaults keep the preset's values...
+  EXPECT_EQ(run({}), preset_frames);
+  // ...and a parameter the host moves wins over the preset.
+  EXPECT_EQ(run({{"fade", 100.0 / 255.0}}), RuntimeFrames("Retina Killer", {"limit=40", "fade=100"}, w, h, 3));
+  std::remove(path.c_str());
+}
+
 TEST(Frei0rPlugins, StackedInputsGiveTheMixersPicture) {
   PluginHandle mixer = Open({"ChromaKeyPRO", Layout::kMixer});
   PluginHandle stacked = Open({"ChromaKeyPRO", Layout::kStacked});
