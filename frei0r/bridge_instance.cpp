@@ -29,7 +29,10 @@ BridgeInstance::BridgeInstance(const host::Package& package, const EffectDescrip
       frame_height_(height),
       render_width_(width),
       render_height_(layout == Layout::kStacked ? height / 2 : height) {
-  for (const ParamSpec& spec : description_.params) values_.push_back(DefaultValue(spec));
+  for (const ParamSpec& spec : description_.params) {
+    if (spec.source == ParamSource::kValuesFile) values_param_ = int(values_.size());
+    values_.push_back(DefaultValue(spec));
+  }
   touched_.assign(values_.size(), 0);
 }
 
@@ -180,17 +183,13 @@ void BridgeInstance::Update(double time, const uint32_t* first, const uint32_t* 
     if (!Render(first, second, out)) Report("the effect could not render a frame (black frames follow)");
     if (layout_ == Layout::kStacked) std::memcpy(out + render_pixels, second, render_pixels * sizeof(uint32_t));
 
-    const ParamSpec* file = nullptr;
-    const ParamValue* path = nullptr;
-    for (size_t i = 0; i < values_.size(); ++i) {
-      if (description_.params[i].source == ParamSource::kValuesFile) file = &description_.params[i], path = &values_[i];
-    }
-    if (file) {
-      if (path->text.empty()) {
+    if (values_param_ >= 0) {
+      const std::string& path = values_[size_t(values_param_)].text;
+      if (path.empty()) {
         values_file_.reset();
-      } else if (!values_file_ || values_file_->Path() != path->text) {
-        values_file_.reset();
-        values_file_ = std::make_unique<ValuesFile>(path->text, description_.outputs);
+      } else if (!values_file_ || values_file_->Path() != path) {
+        values_file_.reset();  // the finished file appears before the next one is begun
+        values_file_ = std::make_unique<ValuesFile>(path, description_.outputs);
       }
       if (values_file_) values_file_->AddRow(tick.frame, tick.seconds, stage_->OutputValues());
     }

@@ -70,6 +70,7 @@ class BridgeInstance {
   std::vector<host::FrameBuffer> unscaled_, scaled_;
   std::vector<host::FrameScaler> scalers_;
 
+  int values_param_ = -1;  // the "values file" parameter, if the effect publishes values
   std::unique_ptr<ValuesFile> values_file_;
   std::set<std::string> reported_;
 };

@@ -101,12 +101,12 @@ def plugin_params(path):
     return params
 
 
-def variable_index(index, name):
-    """A variable's parameter: its name in lower case, with its kind added when a setting has that name."""
-    for candidate in (name.lower() + " variable", name.lower() + " slider", name.lower()):
-        if candidate in index:
-            return index[candidate]
-    raise KeyError("no parameter for " + name)
+def variable_param(names, name):
+    """A variable's parameter name: its name in lower case, with its kind added when a setting has that name."""
+    for candidate in (name.lower() + " variable", name.lower() + " slider"):
+        if candidate in names:
+            return candidate
+    return name.lower()
 
 
 def frei0r_values(effect, info, params):
@@ -128,7 +128,7 @@ def frei0r_values(effect, info, params):
     variables = {v["name"]: v for v in info["dynvars"] + info["sliders"]}
     for name, target in case["dyn"].items():
         v = variables[name]
-        i = variable_index(index, name)
+        i = index[variable_param(index, name)]
         values[i] = (DOUBLE, (target - v["min"]) / (v["max"] - v["min"]))
     return values
 
@@ -226,13 +226,7 @@ def check_param_lists(effect, layout, params, info, env):
     """GStreamer and MLT read the same parameters, and they cover the effect's table."""
     expected = set(s["key"].lower() for s in info["settings"] if "min" in s)
     names = [n for n, _ in params]
-    index = {n: i for i, n in enumerate(names)}
-    expected |= set(names[variable_index(index, v["name"])] for v in info["dynvars"] + info["sliders"]
-                    if v["name"].lower() in index or v["name"].lower() + " variable" in index
-                    or v["name"].lower() + " slider" in index)
-    expected |= set(v["name"].lower() for v in info["dynvars"] + info["sliders"]
-                    if not any(n in index for n in (v["name"].lower(), v["name"].lower() + " variable",
-                                                    v["name"].lower() + " slider")))
+    expected |= set(variable_param(names, v["name"]) for v in info["dynvars"] + info["sliders"])
     extra = set(names) - expected - {"preset", "values file"}
     # Variables declared only under a switch are parameters too (ChromaKeyPRO's key variables).
     missing = expected - set(names)
