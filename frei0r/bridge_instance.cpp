@@ -180,23 +180,35 @@ void BridgeInstance::Update(double time, const uint32_t* first, const uint32_t* 
     Prepare(tick.jumped);
     WriteVariables();
     stage_->Host().SetClockMs(tick.ms);
-    if (!Render(first, second, out)) Report("the effect could not render a frame (black frames follow)");
+    if (!Render(first, second, out)) Report("the effect could not render a frame: it is black, as in nimbo render");
     if (layout_ == Layout::kStacked) std::memcpy(out + render_pixels, second, render_pixels * sizeof(uint32_t));
 
-    if (values_param_ >= 0) {
-      const std::string& path = values_[size_t(values_param_)].text;
-      if (path.empty()) {
-        values_file_.reset();
-      } else if (!values_file_ || values_file_->Path() != path) {
-        values_file_.reset();  // the finished file appears before the next one is begun
-        values_file_ = std::make_unique<ValuesFile>(path, description_.outputs);
-      }
-      if (values_file_) values_file_->AddRow(tick.frame, tick.seconds, stage_->OutputValues());
-    }
+    WriteValues(tick);
   } catch (const std::exception& e) {
     Report(e.what());
     CopyPixels(first, out, frame_pixels);
   }
+}
+
+void BridgeInstance::WriteValues(const HostClock::Tick& tick) {
+  if (values_param_ < 0) return;
+  const std::string& path = values_[size_t(values_param_)].text;
+  if (path.empty() || path == unwritable_path_) {
+    values_file_.reset();
+    return;
+  }
+  if (!values_file_ || values_file_->Path() != path) {
+    values_file_.reset();  // the finished file appears before the next one is begun
+    try {
+      values_file_ = std::make_unique<ValuesFile>(path, description_.outputs);
+    } catch (const std::exception& e) {
+      // The picture does not depend on it: report once, keep rendering.
+      Report(e.what());
+      unwritable_path_ = path;
+      return;
+    }
+  }
+  values_file_->AddRow(tick.frame, tick.seconds, stage_->OutputValues());
 }
 
 void BridgeInstance::Report(const std::string& message) {

@@ -10,8 +10,9 @@
 //     builds a fresh effect, so its history starts over cleanly;
 //   - dynamic variables and sliders the host moved are written before each
 //     frame, the way `nimbo render --dyn` writes them.
-// Nothing throws out of here: a frame that cannot be rendered shows input 0
-// unchanged, and each problem is reported once on stderr.
+// Nothing throws out of here: a frame the bridge cannot render (no effect
+// could be set up) shows input 0 unchanged, a frame the effect fails is black
+// as in nimbo render, and each problem is reported once on stderr.
 #pragma once
 
 #include <cstdint>
@@ -48,6 +49,7 @@ class BridgeInstance {
   void WriteVariables();
   bool Render(const uint32_t* first, const uint32_t* second, uint32_t* out);
   const orrery::Screen* Input(int32_t index, const uint32_t* pixels);
+  void WriteValues(const HostClock::Tick& tick);
   void Report(const std::string& message);
 
   const host::Package& package_;
@@ -72,6 +74,7 @@ class BridgeInstance {
 
   int values_param_ = -1;  // the "values file" parameter, if the effect publishes values
   std::unique_ptr<ValuesFile> values_file_;
+  std::string unwritable_path_;  // a values file that could not be created, not tried again
   std::set<std::string> reported_;
 };
 

@@ -372,12 +372,15 @@ TEST(Frei0rPlugins, ColorTrackerWritesItsValuesAsCsv) {
   }
   EXPECT_EQ(rows, 3);
 
-  // A folder that does not exist: still a picture, and nothing written.
+  // A folder that does not exist: the same pictures, and nothing written.
   f0r_instance_t other = p.construct(40, 24);
   const char* bad = "/nonexistent/folder/track.csv";
   p.set_param(other, &bad, p.FindParam("values file"));
-  const std::vector<uint32_t> out = Update(p, other, 40, 24, 0.0, 0);
-  EXPECT_EQ(std::count(out.begin(), out.end(), kCanary), 0);
+  SetNumber(p, other, "debuginfo", 1.0);  // the overlay: a picture unlike the input
+  const auto expected = RuntimeFrames("ColorTracker", {"debuginfo=1"}, 40, 24, 2);
+  ASSERT_NE(expected[0], TestFrame(40, 24, 0));
+  EXPECT_EQ(Update(p, other, 40, 24, 0.0, 0), expected[0]);
+  EXPECT_EQ(Update(p, other, 40, 24, 0.04, 1), expected[1]);
   p.destruct(other);
 }
 
