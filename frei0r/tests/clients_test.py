@@ -10,7 +10,9 @@ compared byte for byte. The clip is raw BGRA throughout, so nothing lossy
 stands between the programs. Each plug-in's parameter list as GStreamer
 (gst-inspect-1.0) and MLT (melt -query) read it must hold every setting,
 dynamic variable and slider `nimbo info --json` lists, and nothing else but
-the bridge's own "preset" and "values file".
+the bridge's own "preset" and "values file". And hostile values through
+ffmpeg and melt (NaN, -3, 7, 1e308, a preset that does not exist) still give
+every frame.
 
 Exit 0 when everything matches, 1 with a line per mismatch, 77 (skipped) in a
 sanitizer build: there the plug-ins need the sanitizer runtime, which the
@@ -222,6 +224,43 @@ def mlt_props(params, values):
     return props
 
 
+def hostile(effect, layout, name, params, fg, bg, profile, env, work):
+    """NaN, negative and too large numbers, a preset that does not exist: still every frame."""
+    numbers = ["nan", "-3", "7", "1e308"]
+    tokens, props = [], []
+    for i, (_, kind) in enumerate(params):
+        if kind == STRING:
+            value = "/nonexistent/preset.xml"
+        elif kind == COLOR:
+            value = "nan/-1/2"
+        elif kind == BOOL:
+            value = "y"
+        else:
+            value = numbers[i % len(numbers)]
+        tokens.append(value)
+        props.append("%d=%s" % (i, "#ff00ff" if kind == COLOR else value))
+    if layout == "filter":
+        out = os.path.join(work, name + ".hostile.ffmpeg.raw")
+        run(["ffmpeg", "-v", "error", "-y", "-i", fg, "-vf",
+             "frei0r=filter_name=%s:filter_params=%s" % (name, "|".join(tokens)),
+             "-f", "rawvideo", "-pix_fmt", "bgra", out], env=env)
+        if len(read_frames(out)) != FRAMES:
+            fail("ffmpeg %s with hostile values: %d frames" % (name, len(read_frames(out))))
+    out = os.path.join(work, name + ".hostile.melt.nut")
+    if layout == "mixer":
+        cmd = ["melt", "-silent", "-profile", profile, fg, "-track", bg, "-transition", "frei0r." + name,
+               "a_track=0", "b_track=1"] + props
+    else:
+        cmd = ["melt", "-silent", "-profile", profile, fg, "-filter", "frei0r." + name] + props
+    run(cmd + ["-consumer", "avformat:" + out, "vcodec=rawvideo", "pix_fmt=bgra", "an=1"], env=env)
+    raw = os.path.join(work, name + ".hostile.melt.raw")
+    decode_raw(out, raw)
+    if len(read_frames(raw)) < FRAMES - 1:
+        fail("melt %s with hostile values: %d frames" % (name, len(read_frames(raw))))
+    else:
+        print("ok: %s gives every frame with NaN, -3, 7, 1e308 and a missing preset" % name, flush=True)
+
+
 def check_param_lists(effect, layout, params, info, env):
     """GStreamer and MLT read the same parameters, and they cover the effect's table."""
     expected = set(s["key"].lower() for s in info["settings"] if "min" in s)
@@ -348,6 +387,7 @@ def main():
                         print("ok: ffmpeg %s values CSV equals nimbo --values" % name, flush=True)
             if layout == "stacked":
                 continue
+            hostile(effect, layout, name, params, fg, bg, profile, env, work)
 
             # melt: a filter, or a transition from the keyed track (a) over the background (b).
             out = os.path.join(work, name + ".melt.nut")
