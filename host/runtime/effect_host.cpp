@@ -56,7 +56,11 @@ size_t EffectHost::MemoryInUse() const {
   return total;
 }
 
-int64_t EffectHost::GetTimeMs() { return fps_ > 0 ? int64_t(std::floor(double(frame_) * 1000.0 / fps_)) : 0; }
+void EffectHost::SetFrame(int64_t frame) {
+  clock_ms_ = fps_ > 0 ? int64_t(std::floor(double(frame) * 1000.0 / fps_)) : 0;
+}
+
+int64_t EffectHost::GetTimeMs() { return clock_ms_; }
 
 void EffectHost::DescribeSetting(const orrery::SettingInfo& info) {
   SettingRecord record{info.key ? info.key : "", info.type, info.minimum, info.maximum, info.help ? info.help : ""};

@@ -57,7 +57,10 @@ class EffectHost final : public orrery::HostContext {
   // The store the effect is given instead of Store() (a layer over it that
   // checks what the effect reads); null gives Store() again.
   void UseStore(orrery::ConfigStore* store) { store_in_use_ = store; }
-  void SetFrame(int64_t frame) { frame_ = frame; }
+  // The clock: frame time (frame * 1000 / fps, rounded down), or a time in
+  // milliseconds a host that is itself driven by timestamps hands over.
+  void SetFrame(int64_t frame);
+  void SetClockMs(int64_t ms) { clock_ms_ = ms; }
   double FrameRate() const { return fps_; }
 
   // The declared dynamic variables, in list order.
@@ -73,7 +76,7 @@ class EffectHost final : public orrery::HostContext {
   int32_t width_;
   int32_t height_;
   double fps_;
-  int64_t frame_ = 0;
+  int64_t clock_ms_ = 0;
   SettingsDocument store_;
   orrery::ConfigStore* store_in_use_ = nullptr;
   orrery::DynVar* dynvars_ = nullptr;

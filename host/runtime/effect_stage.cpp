@@ -41,13 +41,17 @@ EffectStage::EffectStage(const Package& package, const EffectEntry& entry, int32
 
 EffectStage::~EffectStage() { effect_.reset(); }
 
-void EffectStage::Configure(const StageOptions& options) {
+void EffectStage::ApplySettings(const StageOptions& options) {
   // A fresh effect on the empty document stores its defaults and describes
   // its settings: the ranges a preset's values are checked against.
   effect_->UpdateConfig();
   if (!options.preset.empty()) LoadPreset(options.preset);
   if (!options.sets.empty()) ApplySets(options.sets);
   if (!options.preset.empty()) ApplyDynVarValues(preset_dynvars_);
+}
+
+void EffectStage::Configure(const StageOptions& options) {
+  ApplySettings(options);
 
   input_sizes_.clear();
   for (int32_t i = 0; i < effect_->GetInputCount(); ++i) {
@@ -252,9 +256,13 @@ bool EffectStage::RenderFrame(int64_t frame, const std::vector<const FrameBuffer
     list[i] = &screens[i];
   }
   orrery::Screen out = output_.AsScreen();
-  const int32_t ok = effect_->Render(orrery::InputList{list.data(), int32_t(list.size())}, &out);
+  return RenderScreens(list, out);
+}
+
+bool EffectStage::RenderScreens(const std::vector<const orrery::Screen*>& inputs, orrery::Screen& out) {
+  const int32_t ok = effect_->Render(orrery::InputList{inputs.data(), int32_t(inputs.size())}, &out);
   if (!ok) {
-    std::fill(output_.pixels.begin(), output_.pixels.end(), kOpaqueBlack);
+    std::fill(out.pixels, out.pixels + size_t(out.width) * size_t(out.height), kOpaqueBlack);
     ++failed_frames_;
   }
   return ok != 0;

@@ -41,6 +41,11 @@ class EffectStage {
   // Settings, input sizes, Initialize and the --dyn bindings. Throws
   // HostError for a bad preset, key, value or variable.
   void Configure(const StageOptions& options);
+  // The settings step of Configure alone (preset, UpdateConfig, --set, the
+  // preset's variable values): what the effect stores and declares, without
+  // starting it. Describing an effect must not Initialize it, since
+  // Initialize may draw from the package's process-wide random generator.
+  void ApplySettings(const StageOptions& options);
 
   const EffectEntry& Entry() const { return entry_; }
   int32_t InputCount() const { return int32_t(input_sizes_.size()); }
@@ -51,6 +56,11 @@ class EffectStage {
   // Renders frame `frame` from `inputs` (null entries for missing ones) into
   // Output(). A frame the effect reports as failed is black. False then.
   bool RenderFrame(int64_t frame, const std::vector<const FrameBuffer*>& inputs);
+  // The same over screens the caller owns (null entries for missing inputs),
+  // at the clock the caller set on Host(): how a host that hands out its own
+  // frame memory (a frei0r client) renders without copying. A failed frame
+  // leaves `out` black.
+  bool RenderScreens(const std::vector<const orrery::Screen*>& inputs, orrery::Screen& out);
   const FrameBuffer& Output() const { return output_; }
   int64_t FailedFrames() const { return failed_frames_; }
 

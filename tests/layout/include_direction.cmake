@@ -5,6 +5,8 @@
 #   random <- core; random <- formula <- effects, render3d
 #   the engine knows only the sdk; the host only the sdk, the framework and
 #   formula (the `nimbo formula` checker); formula knows only random
+#   the frei0r bridge is a host: sdk, framework, host runtime and media, never
+#   the package's internals
 #
 # A quoted include is either a layer's public header ("core/effect_base.h":
 # the first folder names the layer) or a bare name that must be a file of the
@@ -38,6 +40,7 @@ set(rules
   "host/tests/|orrery framework formula runtime media cli"
   "host/cli/|orrery framework formula runtime media cli"
   "host/|orrery framework formula runtime media"
+  "frei0r/|orrery framework runtime media"
   "tests/support/|orrery framework core test_host.h test_screen.h"
   "tests/|orrery framework core test_host.h test_screen.h"
   "bench/|orrery framework nb3d core shared formula render3d runtime media EFFECTS"
@@ -46,7 +49,7 @@ set(layers orrery framework nb3d core shared formula random render3d runtime med
 
 file(GLOB_RECURSE sources RELATIVE ${ROOT}
   ${ROOT}/sdk/*.[ch]* ${ROOT}/framework/*.[ch]* ${ROOT}/engine/*.[ch]* ${ROOT}/package/*.[ch]*
-  ${ROOT}/host/*.[ch]* ${ROOT}/tests/*.[ch]* ${ROOT}/bench/*.[ch]* ${ROOT}/fuzz/*.[ch]*)
+  ${ROOT}/host/*.[ch]* ${ROOT}/frei0r/*.[ch]* ${ROOT}/tests/*.[ch]* ${ROOT}/bench/*.[ch]* ${ROOT}/fuzz/*.[ch]*)
 list(FILTER sources INCLUDE REGEX "\\.(h|cpp)$")
 list(FILTER sources EXCLUDE REGEX "^tests/layout/")
 
