@@ -19,6 +19,22 @@ constexpr double kMaxFps = 1000;
 
 bool IsHelp(const std::string& arg) { return arg == "-h" || arg == "--help"; }
 
+// Whether -h or --help stands among `args` as an option of its own, not as
+// the value of the option before it ("-o -h" names a file).
+bool AsksForHelp(const std::vector<std::string>& args) {
+  static const char* const kTakesValue[] = {"-i",       "--input", "--set",   "--dyn",     "--preset", "--save-preset",
+                                            "--then",   "-o",      "--output", "--size",   "--frames", "--fps",
+                                            "--values", "--crf",   "--plugins", "--out",   "--only"};
+  for (size_t i = 0; i < args.size(); ++i) {
+    if (!IsHelp(args[i])) continue;
+    const bool is_value = i > 0 && std::find_if(std::begin(kTakesValue), std::end(kTakesValue), [&](const char* o) {
+                                     return args[i - 1] == o;
+                                   }) != std::end(kTakesValue);
+    if (!is_value) return true;
+  }
+  return false;
+}
+
 // Walks the arguments; options take their value from the next argument or
 // after '=' ("--size=640x360").
 class ArgReader {
@@ -271,7 +287,7 @@ CommandLine ParseCommandLine(const std::vector<std::string>& args) {
         throw UsageError("no help on " + Quoted(arg) + " (commands: list, info, render, demo, formula)");
       cl.help_topic = arg;
     }
-  } else if (known && std::find_if(rest.begin(), rest.end(), IsHelp) != rest.end()) {
+  } else if (known && AsksForHelp(rest)) {
     // -h or --help anywhere after a command prints its usage and does nothing else.
     cl.kind = CommandKind::kHelp;
     cl.help_topic = command;

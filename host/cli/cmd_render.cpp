@@ -1,5 +1,7 @@
 // nimbo render: one effect, or a chain of them, over media files into a
 // picture, an image sequence or a video.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <memory>
@@ -73,7 +75,14 @@ void CheckPaths(const RenderOptions& r) {
   if (!r.values.empty()) outputs.push_back({"--values", r.values});
   for (const StageOptions& stage : r.stages) {
     for (const std::string& in : stage.inputs) inputs.push_back({"-i", in});
-    if (!stage.preset.empty()) inputs.push_back({"--preset", stage.preset});
+    if (!stage.preset.empty()) {
+      // A preset is read whole by the settings reader, which would wait on a
+      // pipe unseen by the signals; only plain files are presets.
+      struct stat info {};
+      if (stat(stage.preset.c_str(), &info) == 0 && !S_ISREG(info.st_mode))
+        throw HostError("cannot load preset " + Quoted(stage.preset) + ": it is not a file (a preset is a settings file)");
+      inputs.push_back({"--preset", stage.preset});
+    }
     if (!stage.save_preset.empty()) outputs.push_back({"--save-preset", stage.save_preset});
   }
   CheckOutputsDoNotAlias(inputs, outputs);

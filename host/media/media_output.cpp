@@ -170,7 +170,8 @@ void VideoOutput::ChoosePixelFormat(bool keep_alpha, bool exact_size) {
     note_ = Quoted(file_->FinalPath()) + " is " + SizeText(width, height) + ": the " + name +
             " encoder needs an even size for video players to accept it, so the last " +
             (width != width_ && height != height_ ? "column and row" : width != width_ ? "column" : "row") + " of the " +
-            SizeText(width_, height_) + " picture are repeated (--exact-size keeps " + SizeText(width_, height_) +
+            SizeText(width_, height_) + " picture " + (width != width_ && height != height_ ? "are" : "is") +
+            " repeated (--exact-size keeps " + SizeText(width_, height_) +
             " in H.264's 4:4:4 profile, which many players refuse)";
   } else if (Supports(codec_, AV_PIX_FMT_YUV444P)) {
     pix_fmt_ = AV_PIX_FMT_YUV444P;

@@ -176,6 +176,20 @@ TEST(CommandLine, ParsesARenderChainWithOptionsPerEffect) {
   EXPECT_TRUE(cl.quiet);
 }
 
+TEST(CommandLine, HelpOnACommandUnlessItIsAnOptionsValue) {
+  using Args = std::vector<std::string>;
+  for (const Args& help : {Args{"render", "-h"}, Args{"render", "X", "-i", "a", "--help"}, Args{"info", "-h"},
+                           Args{"help", "demo"}, Args{"--help", "list"}}) {
+    const CommandLine cl = ParseCommandLine(help);
+    EXPECT_EQ(cl.kind, CommandKind::kHelp);
+    EXPECT_NE(cl.help_topic, "") << help[0];
+  }
+  const CommandLine cl = ParseCommandLine({"render", "X", "-i", "-h", "-o", "out.png"});
+  EXPECT_EQ(cl.kind, CommandKind::kRender);
+  EXPECT_EQ(cl.render.stages[0].inputs, std::vector<std::string>{"-h"});
+  EXPECT_THROW(ParseCommandLine({"help", "frobnicate"}), UsageError);
+}
+
 TEST(CommandLine, RejectsMalformedArguments) {
   using Args = std::vector<std::string>;
   for (const Args& bad : {Args{"render"}, Args{"render", "X"}, Args{"render", "X", "-o"},

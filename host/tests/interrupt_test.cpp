@@ -85,8 +85,13 @@ TEST_F(InterruptTest, ABlockingInputEndsOnASignalAndIsReadWhenItIsWritten) {
     EXPECT_EQ(code, 128 + s);
     EXPECT_EQ(Files(), std::vector<std::string>{"pipe.png"});
   }
-  // With a writer, the picture comes through the pipe.
+  // A preset is read whole by a reader that cannot be interrupted: a pipe is
+  // refused there instead of waited on.
   WritePicture("in.png", Noise(8, 8));
+  const RunResult preset = Run({"render", "copy", "-i", Path("in.png"), "--preset", Path("pipe.png"), "-o", Path("o.png")});
+  EXPECT_EQ(preset.code, 1);
+  EXPECT_NE(preset.err.find("not a file"), std::string::npos) << preset.err;
+  // With a writer, the picture comes through the pipe.
   const pid_t pid = Spawn({"render", "copy", "-i", Path("pipe.png"), "-o", Path("out.png"), "--keep-alpha"});
   {
     std::ofstream pipe(Path("pipe.png"), std::ios::binary);

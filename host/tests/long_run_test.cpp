@@ -13,10 +13,10 @@ namespace nimbo::host {
 namespace {
 
 #if defined(__SANITIZE_ADDRESS__)
-// AddressSanitizer makes every frame about five times slower: a fifth of
-// the frames keeps the test within a minute or two, and growth of a few
+// AddressSanitizer makes the host's part of every frame slower: half the
+// frames keeps the test within a minute on two cores, and growth of a few
 // kilobytes a frame still shows.
-constexpr int kFrames = 600;
+constexpr int kFrames = 1500;
 #else
 constexpr int kFrames = 3000;
 #endif
