@@ -174,8 +174,8 @@ TEST_F(OutputSafetyTest, RepeatedOrUselessOptionsAreNeverDroppedSilently) {
   for (const Args& args : {Args{"render", "copy", "-i", in, "-o", Path("a.png"), "-o", Path("b.png")},
                            Args{"render", "copy", "-i", in, "-o", Path("a.png"), "--output", Path("b.png")},
                            Args{"render", "copy", "-i", in, "-o", Path("a.png"), "--frames", "2", "--frames", "3"},
-                           Args{"render", "copy", "-i", in, "-o", Path("a.png"), "--values", "a", "--values", "b"},
-                           Args{"render", "copy", "-i", in, "--preset", "a", "--preset", "b", "-o", Path("a.png")}}) {
+                           Args{"render", "copy", "-i", in, "-o", Path("a.png"), "--values", Path("a.csv"), "--values", Path("b.csv")},
+                           Args{"render", "copy", "-i", in, "--preset", Path("a.xml"), "--preset", Path("b.xml"), "-o", Path("a.png")}}) {
     const RunResult r = Run(args);
     EXPECT_EQ(r.code, 2) << r.err;
     EXPECT_NE(r.err.find("is given twice"), std::string::npos) << r.err;

@@ -1,2 +1,0 @@
-frame,time,mean red
-0,0,146.54688
