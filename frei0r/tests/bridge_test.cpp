@@ -325,6 +325,7 @@ TEST(Frei0rPlugins, HostileValuesGiveAPicture) {
     }
     p.destruct(instance);
   }
+  std::remove(odd.c_str());
 }
 
 TEST(Frei0rPlugins, NumbersAreClampedAndNaNKeepsTheValue) {
@@ -371,6 +372,7 @@ TEST(Frei0rPlugins, ColorTrackerWritesItsValuesAsCsv) {
     ++rows;
   }
   EXPECT_EQ(rows, 3);
+  std::remove(path.c_str());
 
   // A folder that does not exist: the same pictures, and nothing written.
   f0r_instance_t other = p.construct(40, 24);
