@@ -95,17 +95,23 @@ bool ConfigData::HasBlock() { return Index().has_block; }
 // would stop there. An element without a "name" attribute matches no key.
 const ConfigData::KeyIndex& ConfigData::Index() {
   if (index_.revision == doc_->Revision()) return index_;
-  index_.first.clear();
+  index_.keys.clear();
+  index_.position.clear();
+  index_.first_of.assign(doc_->ElementCount() + 1, 0);
   index_.decoded.clear();
+  index_.last = 0;
   index_.has_block = EnterBlock();
   if (index_.has_block) {
-    index_.first.reserve(doc_->ElementCount());
+    index_.position.reserve(doc_->ElementCount());
     while (doc_->FindChildElem(kDataElem)) {
       bool named = false;
       std::string_view name = doc_->GetChildAttribText(kNameAttrib, &named);
       if (!named) continue;
       if (name.find('&') != std::string_view::npos) name = index_.decoded.emplace_back(XmlDocument::Decode(name));
-      index_.first.try_emplace(name, doc_->ChildHandle());
+      const int32_t elem = doc_->ChildHandle();
+      const auto [at, added] = index_.position.try_emplace(name, int32_t(index_.keys.size()));
+      if (added) index_.keys.push_back({name, elem});
+      index_.first_of[size_t(elem)] = index_.keys[size_t(at->second)].elem;
     }
   }
   index_.revision = doc_->Revision();
@@ -115,8 +121,20 @@ const ConfigData::KeyIndex& ConfigData::Index() {
 int32_t ConfigData::FindElement(const char* key) {
   if (!key) return 0;
   const KeyIndex& index = Index();
-  const auto found = index.first.find(std::string_view(key));
-  return found == index.first.end() ? 0 : found->second;
+  const std::string_view wanted(key);
+  size_t at = index.last;
+  if (at >= index.keys.size() || index.keys[at].name != wanted) {
+    const auto found = index.position.find(wanted);
+    if (found == index.position.end()) return 0;
+    at = size_t(found->second);
+  }
+  index_.last = at + 1;
+  return index.keys[at].elem;
+}
+
+int32_t ConfigData::FirstElementOf(int32_t handle) {
+  const KeyIndex& index = Index();
+  return handle > 0 && size_t(handle) < index.first_of.size() ? index.first_of[size_t(handle)] : 0;
 }
 
 std::optional<std::string> ConfigData::Find(const char* key) {
