@@ -182,6 +182,16 @@ std::string ConfigData::GetPath(const char* key, const char* def, bool* used_def
   return text ? std::move(*text) : std::string(def ? def : "");
 }
 
+std::optional<std::string> WalkLookup(XmlDocument& doc, const char* key) {
+  doc.ResetPos();
+  if (!key || !doc.FindElem(kSettingsElem) || !doc.FindChildElem(kConfigDataElem) || !doc.IntoElem()) return std::nullopt;
+  while (doc.FindChildElem(kDataElem)) {
+    bool named = false;
+    if (doc.GetChildAttrib(kNameAttrib, &named) == key && named) return doc.GetChildData();
+  }
+  return std::nullopt;
+}
+
 int32_t ConfigData::SetInt(const char* key, int32_t value) { return Write(key, FormatInt(value), "int"); }
 
 int32_t ConfigData::SetFloat(const char* key, float value) { return Write(key, FormatFloat(value), "float"); }

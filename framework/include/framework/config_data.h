@@ -113,6 +113,12 @@ class ConfigData final : public orrery::ConfigStore {
   KeyIndex index_;
 };
 
+// The lookup the index stands for, as a plain walk from the top: the first
+// "Settings", its first "ConfigData", then its "data" children in document
+// order until one is named exactly `key`. Linear in the block per call: the
+// reference the index is tested and measured against, not for reading.
+std::optional<std::string> WalkLookup(XmlDocument& doc, const char* key);
+
 // --- Number texts, independent of the process locale.
 std::string FormatInt(int32_t value);  // "%i"
 std::string FormatFloat(float value);  // "%f"
