@@ -23,7 +23,6 @@
 #include "bench_effects.h"
 #include "framework/config_data.h"
 #include "framework/settings_document.h"
-#include "linear_lookup.h"
 #include "orrery/effect.h"
 #include "runtime/effect_host.h"
 
@@ -117,7 +116,7 @@ class WalkingStore final : public orrery::ConfigStore {
   int32_t SetPath(const char* key, const char* path) override { return store_.SetPath(key, path); }
 
  private:
-  std::optional<std::string> Find(const char* key) { return nimbo::testing::LinearLookup(store_.Document(), key); }
+  std::optional<std::string> Find(const char* key) { return nimbo::WalkLookup(store_.Document(), key); }
   nimbo::SettingsDocument& store_;
   std::string buffer_;
 };

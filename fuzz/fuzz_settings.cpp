@@ -15,7 +15,6 @@
 #include "framework/config_data.h"
 #include "framework/dynvar_list.h"
 #include "framework/xml_document.h"
-#include "linear_lookup.h"
 #include "fuzz_check.h"
 
 namespace {
@@ -64,7 +63,7 @@ std::vector<std::string> NamesIn(nimbo::XmlDocument& doc) {
 
 void ExpectIndexAgrees(nimbo::ConfigData& config, nimbo::XmlDocument& doc) {
   for (const std::string& key : NamesIn(doc)) {
-    FUZZ_CHECK(config.Find(key.c_str()) == nimbo::testing::LinearLookup(doc, key.c_str()));
+    FUZZ_CHECK(config.Find(key.c_str()) == nimbo::WalkLookup(doc, key.c_str()));
   }
 }
 

@@ -95,17 +95,23 @@ bool ConfigData::HasBlock() { return Index().has_block; }
 // would stop there. An element without a "name" attribute matches no key.
 const ConfigData::KeyIndex& ConfigData::Index() {
   if (index_.revision == doc_->Revision()) return index_;
-  index_.first.clear();
+  index_.keys.clear();
+  index_.position.clear();
+  index_.first_of.assign(doc_->ElementCount() + 1, 0);
   index_.decoded.clear();
+  index_.last = 0;
   index_.has_block = EnterBlock();
   if (index_.has_block) {
-    index_.first.reserve(doc_->ElementCount());
+    index_.position.reserve(doc_->ElementCount());
     while (doc_->FindChildElem(kDataElem)) {
       bool named = false;
       std::string_view name = doc_->GetChildAttribText(kNameAttrib, &named);
       if (!named) continue;
       if (name.find('&') != std::string_view::npos) name = index_.decoded.emplace_back(XmlDocument::Decode(name));
-      index_.first.try_emplace(name, doc_->ChildHandle());
+      const int32_t elem = doc_->ChildHandle();
+      const auto [at, added] = index_.position.try_emplace(name, int32_t(index_.keys.size()));
+      if (added) index_.keys.push_back({name, elem});
+      index_.first_of[size_t(elem)] = index_.keys[size_t(at->second)].elem;
     }
   }
   index_.revision = doc_->Revision();
@@ -115,8 +121,20 @@ const ConfigData::KeyIndex& ConfigData::Index() {
 int32_t ConfigData::FindElement(const char* key) {
   if (!key) return 0;
   const KeyIndex& index = Index();
-  const auto found = index.first.find(std::string_view(key));
-  return found == index.first.end() ? 0 : found->second;
+  const std::string_view wanted(key);
+  size_t at = index.last;
+  if (at >= index.keys.size() || index.keys[at].name != wanted) {
+    const auto found = index.position.find(wanted);
+    if (found == index.position.end()) return 0;
+    at = size_t(found->second);
+  }
+  index_.last = at + 1;
+  return index.keys[at].elem;
+}
+
+int32_t ConfigData::FirstElementOf(int32_t handle) {
+  const KeyIndex& index = Index();
+  return handle > 0 && size_t(handle) < index.first_of.size() ? index.first_of[size_t(handle)] : 0;
 }
 
 std::optional<std::string> ConfigData::Find(const char* key) {
@@ -162,6 +180,16 @@ std::string ConfigData::GetPath(const char* key, const char* def, bool* used_def
   auto text = Find(key);
   if (used_default) *used_default = !text;
   return text ? std::move(*text) : std::string(def ? def : "");
+}
+
+std::optional<std::string> WalkLookup(XmlDocument& doc, const char* key) {
+  doc.ResetPos();
+  if (!key || !doc.FindElem(kSettingsElem) || !doc.FindChildElem(kConfigDataElem) || !doc.IntoElem()) return std::nullopt;
+  while (doc.FindChildElem(kDataElem)) {
+    bool named = false;
+    if (doc.GetChildAttrib(kNameAttrib, &named) == key && named) return doc.GetChildData();
+  }
+  return std::nullopt;
 }
 
 int32_t ConfigData::SetInt(const char* key, int32_t value) { return Write(key, FormatInt(value), "int"); }

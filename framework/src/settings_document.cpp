@@ -74,7 +74,10 @@ bool SettingsDocument::LoadFromFile(const std::string& path) {
   }
   struct stat info {};
   std::string text;
-  bool too_large = fstat(fd, &info) == 0 && info.st_size > static_cast<off_t>(kMaxFileSize);
+  const bool sized = fstat(fd, &info) == 0;
+  bool too_large = sized && info.st_size > static_cast<off_t>(kMaxFileSize);
+  // The size is a hint that saves regrowing the text, never a limit.
+  if (sized && !too_large && info.st_size > 0) text.reserve(size_t(info.st_size) + 1);
   const bool read_ok = too_large || ReadAll(fd, kMaxFileSize, text);
   const int read_error = errno;
   close(fd);

@@ -1,4 +1,4 @@
-// The store's key index against the plain walk (linear_lookup.h) on generated
+// The store's key index against the plain walk (WalkLookup) on generated
 // documents, and the document's localized edits against parsing the edited
 // text again.
 #include <gtest/gtest.h>
@@ -9,12 +9,9 @@
 
 #include "framework/config_data.h"
 #include "framework/settings_document.h"
-#include "linear_lookup.h"
 
 namespace nimbo {
 namespace {
-
-using testing::LinearLookup;
 
 // Names that collide in the ways lookups can get wrong: case, entities,
 // blanks, an empty name, the marker.
@@ -79,7 +76,7 @@ std::string Document(std::mt19937& rng) {
 // Every get operation of `config` agrees with the walk over `doc`.
 void ExpectSameAnswers(ConfigData& config, XmlDocument& doc, const std::string& context) {
   for (const std::string& key : kNames) {
-    const auto expected = LinearLookup(doc, key.c_str());
+    const auto expected = WalkLookup(doc, key.c_str());
     ASSERT_EQ(config.Find(key.c_str()), expected) << "key \"" << key << "\" in\n" << context;
     if (key != "!") {
       const int32_t want_int = expected ? ScanInt(*expected, 10).value_or(0) : -77;

@@ -16,10 +16,16 @@ void CheckedStore::Warn(const std::string& key, std::string text) {
   if (warned_.insert(key).second) warnings_.push_back(source_ + ": " + std::move(text));
 }
 
+void CheckedStore::NoteRead(int32_t elem) {
+  if (elem <= 0) return;
+  if (read_.size() <= size_t(elem)) read_.resize(host_.Store().Document().ElementCount() + 1);
+  if (size_t(elem) < read_.size()) read_[size_t(elem)] = true;
+}
+
 double CheckedStore::Checked(const char* key, bool is_int, double def) {
   const int32_t elem = host_.Store().Config().FindElement(key);
   if (!elem) return def;
-  read_.insert(elem);
+  NoteRead(elem);
   const std::string text = host_.Store().Document().DataAt(elem);
   const CheckedNumber checked = CheckStoredNumber(is_int, text, RangeOf(host_.FindSetting(key)));
   const std::string named = Quoted(key) + " = " + QuotedValue(text);
@@ -53,12 +59,12 @@ float CheckedStore::GetFloat(const char* key, float def) {
 }
 
 const char* CheckedStore::GetString(const char* key, const char* def) {
-  if (const int32_t elem = host_.Store().Config().FindElement(key)) read_.insert(elem);
+  NoteRead(host_.Store().Config().FindElement(key));
   return host_.Store().GetString(key, def);
 }
 
 std::string CheckedStore::GetPath(const char* key, const char* def, bool* used_default) {
-  if (const int32_t elem = host_.Store().Config().FindElement(key)) read_.insert(elem);
+  NoteRead(host_.Store().Config().FindElement(key));
   return host_.Store().GetPath(key, def, used_default);
 }
 

@@ -40,18 +40,19 @@ class CheckedStore final : public orrery::ConfigStore {
 
   // Whether the effect asked for the key stored in element `handle` (a
   // handle of the document read, ConfigData::FindElement).
-  bool WasRead(int32_t handle) const { return read_.count(handle) != 0; }
+  bool WasRead(int32_t handle) const { return handle > 0 && size_t(handle) < read_.size() && read_[size_t(handle)]; }
   const std::vector<std::string>& Warnings() const { return warnings_; }
 
  private:
   // The checked number for `key`, or `def` with a warning; `def` alone when
   // the document has no such key.
   double Checked(const char* key, bool is_int, double def);
+  void NoteRead(int32_t elem);
   void Warn(const std::string& key, std::string text);
 
   EffectHost& host_;
   std::string source_;
-  std::unordered_set<int32_t> read_;
+  std::vector<bool> read_;  // by element handle
   std::unordered_set<std::string> warned_;
   std::vector<std::string> warnings_;
 };

@@ -105,14 +105,15 @@ void EffectStage::ReportUnusedAndRepeatedKeys(const CheckedStore& checked, const
   doc.ResetPos();
   if (!doc.FindElem(kSettingsElem) || !doc.FindChildElem(kConfigDataElem) || !doc.IntoElem()) return;
   while (doc.FindChildElem("data")) {
-    bool named = false;
-    const std::string key = doc.GetChildAttrib("name", &named);
-    if (!named || key.find('\0') != std::string::npos) continue;
-    const int32_t first = store.Config().FindElement(key.c_str());
-    if (first == doc.ChildHandle()) {
-      if (!checked.WasRead(first)) Warn(source + ": " + entry_.short_name + " does not use " + Quoted(key) + "; ignored");
+    const int32_t elem = doc.ChildHandle();
+    const int32_t first = store.Config().FirstElementOf(elem);
+    if (!first) continue;  // no key
+    if (first == elem) {
+      if (!checked.WasRead(elem)) {
+        Warn(source + ": " + entry_.short_name + " does not use " + Quoted(doc.GetChildAttrib("name")) + "; ignored");
+      }
     } else if (times[first]++ == 0) {
-      repeated.emplace_back(first, key);
+      repeated.emplace_back(first, doc.GetChildAttrib("name"));
     }
   }
   for (const auto& [first, key] : repeated) {

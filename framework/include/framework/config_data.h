@@ -31,6 +31,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 #include "orrery/config_store.h"
 #include "framework/xml_document.h"
@@ -57,6 +58,11 @@ class ConfigData final : public orrery::ConfigStore {
   // The element Find reads, as a handle of the document (XmlDocument::DataAt);
   // 0 when missing. Valid while the document's revision is unchanged.
   int32_t FindElement(const char* key);
+  // For a "data" element of the block (a document handle): the element its
+  // key is read from, which is itself unless an earlier element has the
+  // same key; 0 for elements that hold no key. Lets the host find the
+  // repeated keys of a preset without looking each one up.
+  int32_t FirstElementOf(int32_t handle);
 
   // Positions the document in a new "ConfigData" block, creating "Settings"
   // when it is missing. The new block goes first in "Settings": reads and
@@ -78,11 +84,21 @@ class ConfigData final : public orrery::ConfigStore {
   };
   // Keys are views of the document's text (valid for the revision the index
   // was built for), or of `decoded` for names written with entities.
+  // `keys` holds each key once, at its first element, in document order;
+  // effects read their keys in the order they wrote them, so a lookup tries
+  // the key after the one found last before it hashes.
+  struct Key {
+    std::string_view name;
+    int32_t elem;
+  };
   struct KeyIndex {
     uint64_t revision = 0;  // the document's revision it was built for; 0: never
     bool has_block = false;
-    std::unordered_map<std::string_view, int32_t, KeyHash> first;  // key -> element handle
+    std::vector<Key> keys;
+    std::unordered_map<std::string_view, int32_t, KeyHash> position;  // key -> its place in `keys`
+    std::vector<int32_t> first_of;  // element handle -> first element of its key
     std::deque<std::string> decoded;
+    size_t last = 0;  // one past the place of the key found last
   };
 
   bool EnterBlock();
@@ -96,6 +112,12 @@ class ConfigData final : public orrery::ConfigStore {
   std::string string_buffer_;
   KeyIndex index_;
 };
+
+// The lookup the index stands for, as a plain walk from the top: the first
+// "Settings", its first "ConfigData", then its "data" children in document
+// order until one is named exactly `key`. Linear in the block per call: the
+// reference the index is tested and measured against, not for reading.
+std::optional<std::string> WalkLookup(XmlDocument& doc, const char* key);
 
 // --- Number texts, independent of the process locale.
 std::string FormatInt(int32_t value);  // "%i"
