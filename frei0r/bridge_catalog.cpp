@@ -50,8 +50,8 @@ double NumberOf(const host::SettingEntry& entry) {
 }
 
 // A stored setting the effect describes, as a parameter.
-ParamSpec SettingParam(const host::SettingEntry& entry, const host::SettingRecord& record) {
-  ParamSpec p;
+ParamDesc SettingParam(const host::SettingEntry& entry, const host::SettingRecord& record) {
+  ParamDesc p;
   p.name = LowerName(entry.key);
   p.source = ParamSource::kSetting;
   p.target = entry.key;
@@ -80,8 +80,8 @@ ParamSpec SettingParam(const host::SettingEntry& entry, const host::SettingRecor
   return p;
 }
 
-ParamSpec DynVarParam(const orrery::DynVar& v, const std::string& condition) {
-  ParamSpec p;
+ParamDesc DynVarParam(const orrery::DynVar& v, const std::string& condition) {
+  ParamDesc p;
   p.name = LowerName(v.name);
   p.source = ParamSource::kDynVar;
   p.target = v.name;
@@ -101,8 +101,8 @@ ParamSpec DynVarParam(const orrery::DynVar& v, const std::string& condition) {
   return p;
 }
 
-ParamSpec SliderParam(const host::SliderRecord& s, float value, const std::string& condition) {
-  ParamSpec p;
+ParamDesc SliderParam(const host::SliderRecord& s, float value, const std::string& condition) {
+  ParamDesc p;
   p.name = LowerName(s.name);
   p.source = ParamSource::kSlider;
   p.type = ParamType::kDouble;
@@ -118,7 +118,7 @@ ParamSpec SliderParam(const host::SliderRecord& s, float value, const std::strin
 
 // Adds the variables and sliders a configured stage declares that are not
 // parameters yet.
-void AddVariables(host::EffectStage& stage, const std::string& condition, std::vector<ParamSpec>& params,
+void AddVariables(host::EffectStage& stage, const std::string& condition, std::vector<ParamDesc>& params,
                   std::set<std::string>& seen) {
   for (orrery::DynVar* v : stage.Host().DeclaredDynVars()) {
     if (seen.insert("dyn:" + std::string(v->name)).second) params.push_back(DynVarParam(*v, condition));
@@ -162,7 +162,7 @@ const host::Package* SharedPackage(const void* anchor, std::string* error) {
 EffectDescription DescribeEffect(const host::Package& package, const std::string& effect_name) {
   EffectDescription d;
   d.entry = &package.Find(effect_name);
-  std::vector<ParamSpec>& params = d.params;
+  std::vector<ParamDesc>& params = d.params;
   std::set<std::string> seen;
   std::vector<std::string> switches;
   {
@@ -199,13 +199,13 @@ EffectDescription DescribeEffect(const host::Package& package, const std::string
     return out;
   };
   std::set<std::string> names;
-  for (ParamSpec& p : params) {
+  for (ParamDesc& p : params) {
     if (!names.insert(gstreamer_name(p.name)).second) {
       p.name += p.source == ParamSource::kSlider ? " slider" : " variable";
       names.insert(gstreamer_name(p.name));
     }
   }
-  ParamSpec preset;
+  ParamDesc preset;
   preset.name = "preset";
   preset.type = ParamType::kString;
   preset.source = ParamSource::kPreset;
@@ -213,7 +213,7 @@ EffectDescription DescribeEffect(const host::Package& package, const std::string
       "settings document to start from (a preset saved by nimbo); parameters left at their defaults keep its values";
   params.push_back(preset);
   if (!d.outputs.empty()) {
-    ParamSpec values;
+    ParamDesc values;
     values.name = "values file";
     values.type = ParamType::kString;
     values.source = ParamSource::kValuesFile;

@@ -33,7 +33,7 @@ enum class Layout {
 struct EffectDescription {
   const host::EffectEntry* entry = nullptr;
   std::string author;
-  std::vector<ParamSpec> params;
+  std::vector<ParamDesc> params;
   std::vector<std::string> outputs;  // names of the published values
 };
 

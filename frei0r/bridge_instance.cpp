@@ -29,18 +29,18 @@ BridgeInstance::BridgeInstance(const host::Package& package, const EffectDescrip
       frame_height_(height),
       render_width_(width),
       render_height_(layout == Layout::kStacked ? height / 2 : height) {
-  for (const ParamSpec& spec : description_.params) {
-    if (spec.source == ParamSource::kValuesFile) values_param_ = int(values_.size());
-    values_.push_back(DefaultValue(spec));
+  for (const ParamDesc& param : description_.params) {
+    if (param.source == ParamSource::kValuesFile) values_param_ = int(values_.size());
+    values_.push_back(DefaultValue(param));
   }
   touched_.assign(values_.size(), 0);
 }
 
 void BridgeInstance::SetParam(int index, const void* value) {
   if (index < 0 || size_t(index) >= values_.size() || !value) return;
-  const ParamSpec& spec = description_.params[size_t(index)];
+  const ParamDesc& param = description_.params[size_t(index)];
   ParamValue& stored = values_[size_t(index)];
-  switch (spec.type) {
+  switch (param.type) {
     case ParamType::kBool:
     case ParamType::kDouble: StoreNumber(*static_cast<const double*>(value), &stored.number); break;
     case ParamType::kColor: {
@@ -54,8 +54,8 @@ void BridgeInstance::SetParam(int index, const void* value) {
       break;
     }
   }
-  if (spec.source != ParamSource::kPreset && spec.source != ParamSource::kValuesFile &&
-      DiffersFromDefault(spec, stored)) {
+  if (param.source != ParamSource::kPreset && param.source != ParamSource::kValuesFile &&
+      DiffersFromDefault(param, stored)) {
     touched_[size_t(index)] = 1;
   }
 }
@@ -81,9 +81,9 @@ host::StageOptions BridgeInstance::Options() const {
   host::StageOptions options;
   options.effect = description_.entry->short_name;
   for (size_t i = 0; i < values_.size(); ++i) {
-    const ParamSpec& spec = description_.params[i];
-    if (spec.source == ParamSource::kPreset) options.preset = values_[i].text;
-    if (spec.source == ParamSource::kSetting && touched_[i]) options.sets.push_back(SettingAssignment(spec, values_[i]));
+    const ParamDesc& param = description_.params[i];
+    if (param.source == ParamSource::kPreset) options.preset = values_[i].text;
+    if (param.source == ParamSource::kSetting && touched_[i]) options.sets.push_back(SettingAssignment(param, values_[i]));
   }
   return options;
 }
@@ -119,16 +119,16 @@ void BridgeInstance::Prepare(bool jumped) {
 void BridgeInstance::WriteVariables() {
   host::EffectHost& host = stage_->Host();
   for (size_t i = 0; i < values_.size(); ++i) {
-    const ParamSpec& spec = description_.params[i];
+    const ParamDesc& param = description_.params[i];
     if (!touched_[i]) continue;
-    const double v = TargetNumber(spec, values_[i]);
-    if (spec.source == ParamSource::kDynVar) {
-      orrery::DynVar* var = host.FindDynVar(spec.target);
+    const double v = TargetNumber(param, values_[i]);
+    if (param.source == ParamSource::kDynVar) {
+      orrery::DynVar* var = host.FindDynVar(param.target);
       if (!var) continue;  // declared only under a switch that is off
       if (var->type == orrery::kDynVarBool) var->bool_value = v >= 0.5 ? 1 : 0;
       else var->value = float(v);
-    } else if (spec.source == ParamSource::kSlider) {
-      const host::SliderRecord* slider = host.FindSlider(spec.target);
+    } else if (param.source == ParamSource::kSlider) {
+      const host::SliderRecord* slider = host.FindSlider(param.target);
       if (slider && slider->value) *slider->value = float(v);
     }
   }

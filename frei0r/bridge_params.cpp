@@ -20,13 +20,13 @@ int32_t Byte(float unit) { return int32_t(std::lround(std::clamp(double(unit), 0
 
 }  // namespace
 
-ParamValue DefaultValue(const ParamSpec& spec) {
+ParamValue DefaultValue(const ParamDesc& param) {
   ParamValue value;
-  switch (spec.type) {
-    case ParamType::kColor: UnpackRgb(int32_t(spec.default_value), &value); break;
-    case ParamType::kString: value.text = spec.default_text; break;
-    case ParamType::kBool: value.number = spec.default_value >= 0.5 ? 1.0 : 0.0; break;
-    case ParamType::kDouble: value.number = ToUnit(spec.default_value, spec.minimum, spec.maximum); break;
+  switch (param.type) {
+    case ParamType::kColor: UnpackRgb(int32_t(param.default_value), &value); break;
+    case ParamType::kString: value.text = param.default_text; break;
+    case ParamType::kBool: value.number = param.default_value >= 0.5 ? 1.0 : 0.0; break;
+    case ParamType::kDouble: value.number = ToUnit(param.default_value, param.minimum, param.maximum); break;
   }
   return value;
 }
@@ -45,26 +45,26 @@ void StoreColor(float red, float green, float blue, ParamValue* stored) {
   store(blue, &stored->blue);
 }
 
-double TargetNumber(const ParamSpec& spec, const ParamValue& value) {
-  if (spec.type == ParamType::kBool) return value.number >= 0.5 ? 1.0 : 0.0;
-  if (spec.type == ParamType::kColor) return PackRgb(value.red, value.green, value.blue);
-  const double v = spec.minimum + value.number * (spec.maximum - spec.minimum);
-  return spec.whole ? std::round(v) : v;
+double TargetNumber(const ParamDesc& param, const ParamValue& value) {
+  if (param.type == ParamType::kBool) return value.number >= 0.5 ? 1.0 : 0.0;
+  if (param.type == ParamType::kColor) return PackRgb(value.red, value.green, value.blue);
+  const double v = param.minimum + value.number * (param.maximum - param.minimum);
+  return param.whole ? std::round(v) : v;
 }
 
-std::string SettingAssignment(const ParamSpec& spec, const ParamValue& value) {
-  if (spec.type == ParamType::kString) return spec.target + "=" + value.text;
-  const double v = TargetNumber(spec, value);
-  if (spec.store_type == "int") return spec.target + "=" + FormatInt(int32_t(v));
-  return spec.target + "=" + FormatFloat(float(v));
+std::string SettingAssignment(const ParamDesc& param, const ParamValue& value) {
+  if (param.type == ParamType::kString) return param.target + "=" + value.text;
+  const double v = TargetNumber(param, value);
+  if (param.store_type == "int") return param.target + "=" + FormatInt(int32_t(v));
+  return param.target + "=" + FormatFloat(float(v));
 }
 
-bool DiffersFromDefault(const ParamSpec& spec, const ParamValue& value) {
-  if (spec.type == ParamType::kString) return value.text != spec.default_text;
-  const double v = TargetNumber(spec, value);
-  if (spec.type != ParamType::kDouble || spec.whole) return v != spec.default_value;
+bool DiffersFromDefault(const ParamDesc& param, const ParamValue& value) {
+  if (param.type == ParamType::kString) return value.text != param.default_text;
+  const double v = TargetNumber(param, value);
+  if (param.type != ParamType::kDouble || param.whole) return v != param.default_value;
   // Floats as the store keeps them: six decimals.
-  return FormatFloat(float(v)) != FormatFloat(float(spec.default_value));
+  return FormatFloat(float(v)) != FormatFloat(float(param.default_value));
 }
 
 int32_t PackRgb(float red, float green, float blue) { return (Byte(red) << 16) | (Byte(green) << 8) | Byte(blue); }

@@ -28,7 +28,7 @@ enum class ParamType : int32_t { kBool = 0, kDouble = 1, kColor = 2, kString = 4
 
 enum class ParamSource { kSetting, kDynVar, kSlider, kPreset, kValuesFile };
 
-struct ParamSpec {
+struct ParamDesc {
   std::string name;  // lower case, as hosts list it
   ParamType type = ParamType::kDouble;
   ParamSource source = ParamSource::kSetting;
@@ -51,8 +51,8 @@ struct ParamValue {
   std::string text;
 };
 
-// The frei0r value that stands for `spec`'s default.
-ParamValue DefaultValue(const ParamSpec& spec);
+// The frei0r value that stands for `param`'s default.
+ParamValue DefaultValue(const ParamDesc& param);
 
 // Hostile input from hosts: NaN keeps the previous number, anything outside
 // 0..1 is clamped into it; a null text is the empty text.
@@ -60,11 +60,11 @@ void StoreNumber(double number, double* stored);
 void StoreColor(float red, float green, float blue, ParamValue* stored);
 
 // A value in the target's units from the stored frei0r value.
-double TargetNumber(const ParamSpec& spec, const ParamValue& value);
+double TargetNumber(const ParamDesc& param, const ParamValue& value);
 // The --set text of a setting parameter ("angle=30.000000").
-std::string SettingAssignment(const ParamSpec& spec, const ParamValue& value);
+std::string SettingAssignment(const ParamDesc& param, const ParamValue& value);
 // True when `value` differs from what the parameter's default stands for.
-bool DiffersFromDefault(const ParamSpec& spec, const ParamValue& value);
+bool DiffersFromDefault(const ParamDesc& param, const ParamValue& value);
 
 // 0xRRGGBB from a colour in 0..1 per component, and back.
 int32_t PackRgb(float red, float green, float blue);

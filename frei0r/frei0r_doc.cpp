@@ -16,7 +16,7 @@ namespace {
 
 using nimbo::frei0r::Layout;
 using nimbo::frei0r::ParamSource;
-using nimbo::frei0r::ParamSpec;
+using nimbo::frei0r::ParamDesc;
 using nimbo::frei0r::ParamType;
 
 std::string Html(const std::string& text) {
@@ -55,7 +55,7 @@ const char* TypeName(ParamType type) {
   return "";
 }
 
-std::string Range(const ParamSpec& p) {
+std::string Range(const ParamDesc& p) {
   switch (p.type) {
     case ParamType::kBool: return "0 (off) or 1 (on)";
     case ParamType::kColor: return "r, g, b in 0..1 &rarr; 0xRRGGBB";
@@ -66,7 +66,7 @@ std::string Range(const ParamSpec& p) {
   return "";
 }
 
-std::string Default(const ParamSpec& p) {
+std::string Default(const ParamDesc& p) {
   const nimbo::frei0r::ParamValue v = nimbo::frei0r::DefaultValue(p);
   switch (p.type) {
     case ParamType::kBool: return Number(v.number);
@@ -77,7 +77,7 @@ std::string Default(const ParamSpec& p) {
   return "";
 }
 
-std::string MapsTo(const ParamSpec& p) {
+std::string MapsTo(const ParamDesc& p) {
   switch (p.source) {
     case ParamSource::kSetting: return "setting <code>" + Html(p.target) + "</code> (" + p.store_type + ")";
     case ParamSource::kDynVar:
@@ -109,7 +109,7 @@ std::string Page(const nimbo::frei0r::EffectDescription& d, const std::string& e
   page += "<table border=\"1\">\n<tr><th>#</th><th>name</th><th>type</th><th>range</th><th>default</th>"
           "<th>what it does</th><th>maps to</th></tr>\n";
   for (size_t i = 0; i < d.params.size(); ++i) {
-    const ParamSpec& p = d.params[i];
+    const ParamDesc& p = d.params[i];
     page += "<tr><td>" + std::to_string(i) + "</td><td>" + Html(p.name) + "</td><td>" + TypeName(p.type) +
             "</td><td>" + Range(p) + "</td><td>" + Default(p) + "</td><td>" + Html(p.explanation) + "</td><td>" +
             MapsTo(p) + "</td></tr>\n";

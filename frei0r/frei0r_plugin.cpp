@@ -94,10 +94,10 @@ NIMBO_F0R_EXPORT void f0r_get_plugin_info(f0r_plugin_info_t* info) {
 NIMBO_F0R_EXPORT void f0r_get_param_info(f0r_param_info_t* info, int param_index) {
   const Plugin& p = ThePlugin();
   if (!info || param_index < 0 || size_t(param_index) >= p.description.params.size()) return;
-  const nimbo::frei0r::ParamSpec& spec = p.description.params[size_t(param_index)];
-  info->name = spec.name.c_str();
-  info->type = int(spec.type);
-  info->explanation = spec.explanation.c_str();
+  const nimbo::frei0r::ParamDesc& param = p.description.params[size_t(param_index)];
+  info->name = param.name.c_str();
+  info->type = int(param.type);
+  info->explanation = param.explanation.c_str();
 }
 
 NIMBO_F0R_EXPORT f0r_instance_t f0r_construct(unsigned int width, unsigned int height) {

@@ -158,9 +158,9 @@ TEST(Frei0rPlugins, DescribeEachImageEffectWithItsSettingsVariablesAndSliders) {
     host::EffectStage stage(Package(), *d.entry, 64, 48, 25.0);
     stage.ApplySettings({});
     for (const host::SettingEntry& stored : host::ReadSettingEntries(stage.Host().Store().Text())) {
-      for (const ParamSpec& spec : d.params) {
-        if (spec.source == ParamSource::kSetting && spec.target == stored.key) {
-          EXPECT_EQ(SettingAssignment(spec, DefaultValue(spec)), stored.key + "=" + stored.value) << c.effect;
+      for (const ParamDesc& param : d.params) {
+        if (param.source == ParamSource::kSetting && param.target == stored.key) {
+          EXPECT_EQ(SettingAssignment(param, DefaultValue(param)), stored.key + "=" + stored.value) << c.effect;
         }
       }
     }
@@ -408,9 +408,9 @@ TEST(Frei0rClock, TellsSecondsFromMillisecondsAndSeeksFromFrames) {
   EXPECT_EQ(ms.Advance(160.0).frame, 4);
 }
 
-ParamSpec Setting(ParamType type, const std::string& key, const char* store_type, double minimum, double maximum,
+ParamDesc Setting(ParamType type, const std::string& key, const char* store_type, double minimum, double maximum,
                   double default_value) {
-  ParamSpec p;
+  ParamDesc p;
   p.name = p.target = key;
   p.type = type;
   p.store_type = store_type;
@@ -422,7 +422,7 @@ ParamSpec Setting(ParamType type, const std::string& key, const char* store_type
 }
 
 TEST(Frei0rParams, ValuesMapOntoSettings) {
-  const ParamSpec angle = Setting(ParamType::kDouble, "angle", "float", 0, 90, 50);
+  const ParamDesc angle = Setting(ParamType::kDouble, "angle", "float", 0, 90, 50);
   ParamValue v = DefaultValue(angle);
   EXPECT_NEAR(v.number, 50.0 / 90.0, 1e-12);
   EXPECT_FALSE(DiffersFromDefault(angle, v));
@@ -430,11 +430,11 @@ TEST(Frei0rParams, ValuesMapOntoSettings) {
   EXPECT_EQ(SettingAssignment(angle, v), "angle=30.000000");
   EXPECT_TRUE(DiffersFromDefault(angle, v));
 
-  const ParamSpec bits = Setting(ParamType::kDouble, "bits", "int", 1, 8, 4);
+  const ParamDesc bits = Setting(ParamType::kDouble, "bits", "int", 1, 8, 4);
   v.number = 0.5;  // 4.5 rounds to 5
   EXPECT_EQ(SettingAssignment(bits, v), "bits=5");
 
-  const ParamSpec key = Setting(ParamType::kColor, "chroma_rgb", "int", 0, 0xFFFFFF, 0x0000FF);
+  const ParamDesc key = Setting(ParamType::kColor, "chroma_rgb", "int", 0, 0xFFFFFF, 0x0000FF);
   v = DefaultValue(key);
   EXPECT_EQ(PackRgb(v.red, v.green, v.blue), 0x0000FF);
   StoreColor(std::nanf(""), 2.0f, -1.0f, &v);  // NaN keeps red at 0; green clamps to 1, blue to 0
