@@ -10,6 +10,7 @@
 #include "runtime/host_error.h"
 #include "media/media_input.h"
 #include "media/media_output.h"
+#include "scratch_folder_test.h"
 
 namespace nimbo::host {
 namespace {
@@ -21,14 +22,8 @@ class QuietFfmpeg : public ::testing::Environment {
 };
 const ::testing::Environment* const kQuietFfmpeg = ::testing::AddGlobalTestEnvironment(new QuietFfmpeg);
 
-class MediaTest : public ::testing::Test {
+class MediaTest : public ScratchFolderTest {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/nimbo-media-XXXXXX";
-    dir_ = mkdtemp(pattern);
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
   size_t FileCount() const {
     return size_t(std::distance(std::filesystem::directory_iterator(dir_), std::filesystem::directory_iterator()));
   }
@@ -49,8 +44,6 @@ class MediaTest : public ::testing::Test {
     for (const FrameBuffer& f : frames) out->Write(f);
     out->Finish();
   }
-
-  std::string dir_;
 };
 
 TEST_F(MediaTest, RgbaPngRoundTripIsExactAndOpaqueOutputSetsAlpha255) {

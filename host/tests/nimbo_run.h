@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "scratch_folder_test.h"
 #include "media/media_input.h"
 #include "media/media_output.h"
 
@@ -40,14 +41,8 @@ inline std::string ReadFile(const std::string& path) {
   return text.str();
 }
 
-class NimboTest : public ::testing::Test {
+class NimboTest : public ScratchFolderTest {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/nimbo-cli-XXXXXX";
-    dir_ = mkdtemp(pattern);
-  }
-  void TearDown() override { std::filesystem::remove_all(dir_); }
-  std::string Path(const std::string& name) const { return dir_ + "/" + name; }
 
   // Runs nimbo with `args` (shell-quoted here), with the fixture package
   // unless `real_package`.
@@ -169,8 +164,6 @@ class NimboTest : public ::testing::Test {
     }
     return parts;
   }
-
-  std::string dir_;
 };
 
 
