@@ -40,6 +40,7 @@ void BridgeInstance::SetParam(int index, const void* value) {
   if (index < 0 || size_t(index) >= values_.size() || !value) return;
   const ParamDesc& param = description_.params[size_t(index)];
   ParamValue& stored = values_[size_t(index)];
+  const ParamValue before = stored;
   switch (param.type) {
     case ParamType::kBool:
     case ParamType::kDouble: StoreNumber(*static_cast<const double*>(value), &stored.number); break;
@@ -54,9 +55,19 @@ void BridgeInstance::SetParam(int index, const void* value) {
       break;
     }
   }
+  const bool touched_before = touched_[size_t(index)] != 0;
   if (param.source != ParamSource::kPreset && param.source != ParamSource::kValuesFile &&
       DiffersFromDefault(param, stored)) {
     touched_[size_t(index)] = 1;
+  }
+  // Hosts such as MLT and GStreamer hand every parameter over before each
+  // frame; only a setting or preset that really changed makes the next frame
+  // rebuild the effect's settings.
+  const bool same = stored.number == before.number && stored.red == before.red && stored.green == before.green &&
+                    stored.blue == before.blue && stored.text == before.text;
+  if ((param.source == ParamSource::kSetting || param.source == ParamSource::kPreset) &&
+      (!same || touched_[size_t(index)] != touched_before)) {
+    settings_changed_ = true;
   }
 }
 
@@ -94,6 +105,8 @@ std::unique_ptr<host::EffectStage> BridgeInstance::NewStage() const {
 }
 
 void BridgeInstance::Prepare(bool jumped) {
+  if (stage_ && !jumped && !settings_changed_) return;
+  settings_changed_ = false;
   const host::StageOptions wanted = Options();
   const bool fresh = !stage_ || jumped || wanted.preset != applied_preset_;
   if (!fresh && wanted.sets == applied_sets_) return;

@@ -61,6 +61,7 @@ class BridgeInstance {
 
   std::vector<ParamValue> values_;
   std::vector<char> touched_;  // moved off its default at some time: the host means it
+  bool settings_changed_ = false;  // a setting or the preset changed since the last frame
 
   std::unique_ptr<host::EffectStage> stage_;
   std::string applied_preset_;

@@ -219,6 +219,37 @@ TEST(Frei0rPlugins, SettingParametersMapOntoTheSettingsRange) {
   p.destruct(instance);
 }
 
+TEST(Frei0rPlugins, ASettingMovedBetweenFramesActsFromTheNextFrameAndRepeatsKeepTheHistory) {
+  const int32_t w = 32, h = 16;
+  // ColorReducer keeps no history: after "bits" moves, frames are the
+  // runtime's with the new value.
+  {
+    PluginHandle p = Open({"ColorReducer", Layout::kFilter});
+    f0r_instance_t instance = p.construct(w, h);
+    EXPECT_EQ(Update(p, instance, w, h, 0.0, 0), RuntimeFrames("ColorReducer", {}, w, h, 1)[0]);
+    SetNumber(p, instance, "bits", 0.5);
+    EXPECT_EQ(Update(p, instance, w, h, 0.04, 1), RuntimeFrames("ColorReducer", {"bits=5"}, w, h, 2)[1]);
+    p.destruct(instance);
+  }
+  // TimeBlur2 averages past frames: a host that hands every parameter over
+  // again before each frame (as MLT and GStreamer do) must not start it over.
+  PluginHandle p = Open({"TimeBlur2", Layout::kFilter});
+  f0r_instance_t instance = p.construct(w, h);
+  const auto expected = RuntimeFrames("TimeBlur2", {}, w, h, 4);
+  for (int k = 0; k < 4; ++k) {
+    for (int i = 0; i < p.info.num_params; ++i) {
+      f0r_param_info_t info;
+      p.get_param_info(&info, i);
+      if (info.type == F0R_PARAM_STRING) continue;
+      double value[3] = {0, 0, 0};
+      p.get_param(instance, value, i);
+      p.set_param(instance, value, i);
+    }
+    EXPECT_EQ(Update(p, instance, w, h, k * 0.04, k), expected[size_t(k)]) << "frame " << k;
+  }
+  p.destruct(instance);
+}
+
 TEST(Frei0rPlugins, PresetParameterLoadsASettingsDocumentUnderTheParameters) {
   // A preset with Retina Killer's limit at 40 and fade at 60.
   const std::string path = testing::TempDir() + "/frei0r_retina_preset.xml";
