@@ -13,6 +13,7 @@
 #include "media/ffmpeg_util.h"
 #include "media/frame_buffer.h"
 #include "runtime/keyframes.h"
+#include "runtime/output_aliases.h"
 #include "runtime/output_commit.h"
 #include "runtime/pending_file.h"
 #include "runtime/settings_edit.h"
@@ -232,6 +233,38 @@ std::string TempFolder() {
 }
 
 bool Exists(const std::string& path) { return access(path.c_str(), F_OK) == 0; }
+
+TEST(OutputAliases, DistinctFilesPassAndEverySpellingOfOneFileIsCaught) {
+  const std::string dir = TempFolder();
+  std::filesystem::create_directory(dir + "/a");
+  std::filesystem::create_directory(dir + "/b");
+  for (const char* name : {"/in.png", "/a/in.png", "/f_0001.png", "/f_0002.png"}) std::ofstream(dir + name) << "x";
+  using Paths = std::vector<RolePath>;
+  auto in = [&](const std::string& name) { return RolePath{"-i", dir + name}; };
+  auto out = [&](const std::string& option, const std::string& name) { return RolePath{option, dir + name}; };
+  // Neighbours that only look alike are not the same file.
+  const std::vector<std::pair<Paths, Paths>> distinct = {
+      {{in("/in.png")}, {out("-o", "/out.png"), out("--values", "/out.csv"), out("--save-preset", "/p.xml")}},
+      {{in("/a/in.png")}, {out("-o", "/b/in.png")}},
+      {{in("/f_%04d.png")}, {out("-o", "/g_%04d.png")}},
+      {{in("/f_%04d.png")}, {out("-o", "/f_%04d.jpg")}},
+      {{in("/in.png")}, {out("--save-preset", "/p.xml"), out("--save-preset", "/a/p.xml")}},
+  };
+  for (const auto& [inputs, outputs] : distinct) {
+    EXPECT_NO_THROW(CheckOutputsDoNotAlias(inputs, outputs)) << outputs[0].path;
+  }
+  // Two outputs that do not exist yet, spelled apart, are still one file;
+  // so is a frame of an input sequence named on its own.
+  const std::vector<std::pair<Paths, Paths>> same = {
+      {{in("/in.png")}, {out("-o", "/new.png"), out("--values", "/a/../new.png")}},
+      {{in("/f_%04d.png")}, {out("-o", "/./f_0002.png")}},
+      {{in("/in.png")}, {out("-o", "/b/../a/in.png"), out("--values", "/a/in.png")}},
+  };
+  for (const auto& [inputs, outputs] : same) {
+    EXPECT_THROW(CheckOutputsDoNotAlias(inputs, outputs), HostError) << outputs[0].path;
+  }
+  std::filesystem::remove_all(dir);
+}
 
 TEST(PendingFile, AppearsOnlyOnCommitAndKeepsTheOldFileOtherwise) {
   const std::string dir = TempFolder();
