@@ -24,6 +24,7 @@ CEffectBase::CEffectBase(const orrery::EffectInfo& info, int32_t label_resource,
 
 CEffectBase::~CEffectBase() {
   orrery::UnregisterEffectInfo(this);
+  orrery::UnregisterEffectActions(this);
   if (engine_) {
     engine_->Release();
     engine_ = nullptr;

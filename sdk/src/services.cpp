@@ -85,6 +85,16 @@ struct OutputValue {
 std::mutex g_outputs_mutex;
 std::vector<OutputValue> g_outputs;
 
+struct EffectAction {
+  const Effect* owner;
+  std::string name;
+  std::string description;
+  ActionRunner run;
+  void* user;
+};
+std::mutex g_actions_mutex;
+std::vector<EffectAction> g_actions;
+
 std::mutex g_infos_mutex;
 std::map<const Effect*, const EffectInfo*> g_infos;
 
@@ -116,6 +126,47 @@ void VisitOutputValues(const Effect* owner, OutputVisitor visit, void* user) {
   for (const OutputValue& v : g_outputs) {
     if (v.owner == owner) visit(user, v.name.c_str(), v.description.c_str(), v.value ? *v.value : 0.0f);
   }
+}
+
+void RegisterEffectAction(const Effect* owner, const char* name, const char* description, ActionRunner run,
+                          void* user) {
+  std::lock_guard lock(g_actions_mutex);
+  g_actions.push_back({owner, name ? name : "", description ? description : "", run, user});
+}
+
+void UnregisterEffectActions(const Effect* owner) {
+  std::lock_guard lock(g_actions_mutex);
+  std::erase_if(g_actions, [owner](const EffectAction& a) { return a.owner == owner; });
+}
+
+void VisitEffectActions(const Effect* owner, ActionVisitor visit, void* user) {
+  std::lock_guard lock(g_actions_mutex);
+  for (const EffectAction& a : g_actions) {
+    if (a.owner == owner) visit(user, a.name.c_str(), a.description.c_str());
+  }
+}
+
+int32_t RunEffectAction(const Effect* owner, const char* name, const char* path, std::string* message) {
+  ActionRunner run = nullptr;
+  void* user = nullptr;
+  {
+    // Found under the registry's lock, run outside it: the runner takes the
+    // effect's lock, and a render thread may be registering meanwhile.
+    std::lock_guard lock(g_actions_mutex);
+    for (const EffectAction& a : g_actions) {
+      if (a.owner == owner && name && a.name == name) {
+        run = a.run;
+        user = a.user;
+        break;
+      }
+    }
+  }
+  if (!run) {
+    if (message) *message = "no such action";
+    return 0;
+  }
+  std::string ignored;
+  return run(user, path ? path : "", message ? message : &ignored);
 }
 
 void RegisterEffectInfo(const Effect* owner, const EffectInfo* info) {

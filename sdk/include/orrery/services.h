@@ -124,6 +124,24 @@ void UnregisterOutputValues(const Effect* owner);
 using OutputVisitor = void (*)(void* user, const char* name, const char* description, float value);
 void VisitOutputValues(const Effect* owner, OutputVisitor visit, void* user);
 
+// ---- effect file commands ------------------------------------------------------
+// What an effect's dialog offers as file commands ("Load E3D...", "Save as
+// 3DS..."), registered so a host without the dialog can run them. A name
+// starting with "load-" reads a file before the first frame; one starting
+// with "save-" writes the effect's current state (after the last frame a
+// host rendered). The runner takes the effect's lock itself.
+// It answers 1 on success; on failure 0 with the message the effect's dialog
+// would show in *message ("Couldn't open file", ...).
+using ActionRunner = int32_t (*)(void* user, const char* path, std::string* message);
+void RegisterEffectAction(const Effect* owner, const char* name, const char* description, ActionRunner run,
+                          void* user);
+void UnregisterEffectActions(const Effect* owner);
+using ActionVisitor = void (*)(void* user, const char* name, const char* description);
+void VisitEffectActions(const Effect* owner, ActionVisitor visit, void* user);
+// Runs `owner`'s action `name`: 0 with "no such action" in *message when it
+// has none of that name.
+int32_t RunEffectAction(const Effect* owner, const char* name, const char* path, std::string* message);
+
 // ---- effect descriptions -------------------------------------------------------
 // The interface's operations report most of an effect's EffectInfo but not
 // its output name; an effect registers its whole description for the life
