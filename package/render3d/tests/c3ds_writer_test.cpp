@@ -99,6 +99,12 @@ struct Grid {
 // Scale 2, then move by (5, 6, 7), as the row vector sees it.
 const float kMatrix[16] = {2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 2, 0, 5, 6, 7, 1};
 
+// `grid` through kMatrix with material "ev3dmat"; the number of objects.
+int32_t AddGrid(C3DSWriter& writer, const Grid& grid, const char* name, bool uvs = true) {
+  return writer.AddMesh(grid.positions.data(), grid.VertexCount(), uvs ? grid.uvs.data() : nullptr,
+                        grid.triangles.data(), grid.FaceCount(), name, kMatrix, "ev3dmat");
+}
+
 TEST(C3DSWriterTest, SkeletonIsByteExact) {
   const std::vector<uint8_t> want = {
       0x4D, 0x4D, 93, 0, 0, 0,                                      // M3DMAGIC
@@ -145,9 +151,7 @@ TEST(C3DSWriterTest, EveryParentHoldsExactlyItsChildrenInTheExpectedOrder) {
   nimbo::SetFixedText(m.tex[0].bitmapname, "C:\\pictures\\wood.png");
   writer.AddMaterial("ev3dmat", m);
   Grid grid(3, 2);
-  ASSERT_EQ(writer.AddMesh(grid.positions.data(), grid.VertexCount(), grid.uvs.data(), grid.triangles.data(),
-                           grid.FaceCount(), "grid", kMatrix, "ev3dmat"),
-            1);
+  ASSERT_EQ(AddGrid(writer, grid, "grid"), 1);
   const float eye[3] = {0, 100, 100}, target[3] = {0, 0, 0};
   writer.AddCamera(eye, target, 0.0f, 60.0f);
   const std::vector<uint8_t> bytes = writer.Bytes();
@@ -208,9 +212,7 @@ TEST(C3DSWriterTest, Lib3dsReadsMeshMaterialAndCamera) {
   m.trans = nimbo::kTransHalf;
   writer.AddMaterial("ev3dmat", m);
   Grid grid(10, 10);
-  ASSERT_EQ(writer.AddMesh(grid.positions.data(), grid.VertexCount(), grid.uvs.data(), grid.triangles.data(),
-                           grid.FaceCount(), "Surface", kMatrix, "ev3dmat"),
-            1);
+  ASSERT_EQ(AddGrid(writer, grid, "Surface"), 1);
   const float eye[3] = {0, 100, 100}, target[3] = {1, 2, 3};
   writer.AddCamera(eye, target, 0.5f, 45.0f);
   const std::string path = TempPath("lib3ds.3ds");
@@ -258,9 +260,8 @@ TEST(C3DSWriterTest, MeshesOverTheLimitsAreSplitIntoObjectsReadersAccept) {
 #else
   Grid grid(300, 250);  // 75000 vertices, 148902 faces
   C3DSWriter writer;
-  writer.AddMaterial("m", nimbo::DefaultMaterial());
-  const int32_t objects = writer.AddMesh(grid.positions.data(), grid.VertexCount(), nullptr, grid.triangles.data(),
-                                         grid.FaceCount(), "big", kMatrix, "m");
+  writer.AddMaterial("ev3dmat", nimbo::DefaultMaterial());
+  const int32_t objects = AddGrid(writer, grid, "big", false);
   ASSERT_EQ(objects, 3);
   const std::string path = TempPath("split.3ds");
   ASSERT_TRUE(writer.Save(path.c_str()));
@@ -306,9 +307,7 @@ TEST(C3DSWriterTest, AssimpReadsCountsMaterialAndPositions) {
   C3DSWriter writer;
   writer.AddMaterial("ev3dmat", nimbo::DefaultMaterial());
   Grid grid(10, 10);
-  ASSERT_EQ(writer.AddMesh(grid.positions.data(), grid.VertexCount(), grid.uvs.data(), grid.triangles.data(),
-                           grid.FaceCount(), "Surface", kMatrix, "ev3dmat"),
-            1);
+  ASSERT_EQ(AddGrid(writer, grid, "Surface"), 1);
   const float eye[3] = {0, 100, 100}, target[3] = {0, 0, 0};
   writer.AddCamera(eye, target, 0.0f, 60.0f);
   const std::string path = TempPath("assimp.3ds"), obj = TempPath("assimp.obj");
