@@ -198,6 +198,27 @@ TEST_F(MaterialEngineTest, InputScreensAreCopiedLitEachFrameUnlessFrozen) {
   EXPECT_EQ(Texel(0, 0, 2, 1, 4), 0x00A08060u);
 }
 
+TEST_F(MaterialEngineTest, ANewEngineGetsFreshTexturesAndTheOldOneIsNotTouched) {
+  const std::string path = Picture("stone.pic", "FF446688");
+  Material m = Neutral();
+  SetFixedText(m.tex[0].bitmapname, path.c_str());
+  mats_.SetEngine(engine_);
+  ASSERT_EQ(mats_.LoadMaterial(0, m), 1);
+  ASSERT_EQ(mats_.LoadMaterial(1, m), 1);
+  // The effect initialises again: the old engine is released first, and
+  // its buffer handles mean nothing in the new one.
+  engine_->Release();
+  engine_ = CreateEngineObject(nullptr);
+  ASSERT_NE(engine_, nullptr);
+  mats_.SetEngine(engine_);
+  EXPECT_EQ(mats_.LayerTexture(0, 0), nullptr);
+  ASSERT_EQ(mats_.LoadMaterial(1, m), 1);
+  ASSERT_EQ(mats_.LoadMaterial(0, m), 1);
+  EXPECT_EQ(Texel(1, 0, 0, 0, 64), 0x00446688u);
+  EXPECT_EQ(Texel(0, 0, 0, 0, 64), 0x00446688u);
+  EXPECT_EQ(engine_->HasTexture("mat1tex0"), 1);
+}
+
 // ---- render flags drawn ------------------------------------------------------------
 
 class MaterialFlagsDrawTest : public MaterialEngineTest {
