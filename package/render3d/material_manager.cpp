@@ -81,7 +81,7 @@ nbMatManager::nbMatManager(int32_t input_count, const char* prefix) : prefix_(pr
 nbMatManager::~nbMatManager() = default;
 
 void nbMatManager::SetEngine(nb3D* engine) {
-  if (engine != engine_) ForgetBuilt();
+  ForgetBuilt();
   engine_ = engine;
 }
 

@@ -73,11 +73,12 @@ class nbMatManager {
   nbMatManager& operator=(const nbMatManager&) = delete;
 
   // ---- set-up ----
-  // The engine object that receives textures and trace labels. Another
-  // engine (or null) forgets what was built in the previous one without
-  // calling it: that object may already be released, and releasing an
-  // engine frees its textures and buffers anyway. Call FreeAll first to free
-  // them in an engine that lives on.
+  // The engine object that receives textures and trace labels; call it once
+  // per engine object, right after creating it. It forgets what was built
+  // before without calling any engine: the previous object may already be
+  // released (and a new one may even sit at the same address), and
+  // releasing an engine frees its textures and buffers anyway. Call FreeAll
+  // first to free them in an engine that lives on.
   void SetEngine(nb3D* engine);
   nb3D* Engine() const { return engine_; }
   // The output screen size, used for layers with w or h <= 0.
