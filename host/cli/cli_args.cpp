@@ -261,9 +261,7 @@ void ParseScene(ArgReader& in, CommandLine& cl) {
   bool file_given = false;
   while (!in.Done()) {
     const std::string arg = in.Next();
-    if (arg == "--json") {
-      in.NoValue(arg);
-      cl.json = true;
+    if (ParseCommonOption(arg, in, cl)) {
     } else if (arg == "--vertices") {
       in.NoValue(arg);
       o.vertices = true;

@@ -47,7 +47,7 @@ set(rules
   "frei0r/|orrery framework runtime media"
   "tests/support/|orrery framework core test_host.h test_screen.h"
   "tests/|orrery framework core test_host.h test_screen.h"
-  "bench/|orrery framework nb3d core shared formula render3d runtime media EFFECTS"
+  "bench/|orrery framework nb3d core shared formula render3d runtime media EFFECTS c3ds_files.h"
   "fuzz/|orrery framework core formula random render3d")
 set(layers orrery framework nb3d core shared formula random render3d runtime media cli)
 
