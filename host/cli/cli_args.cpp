@@ -6,6 +6,7 @@
 #include <map>
 
 #include "formula/formula_dialect.h"
+#include "runtime/effect_actions.h"
 
 namespace nimbo::host {
 namespace {
@@ -23,7 +24,7 @@ bool IsHelp(const std::string& arg) { return arg == "-h" || arg == "--help"; }
 // the value of the option before it ("-o -h" names a file).
 bool AsksForHelp(const std::vector<std::string>& args) {
   static const char* const kTakesValue[] = {"-i",       "--input", "--set",   "--dyn",     "--preset", "--save-preset",
-                                            "--then",   "-o",      "--output", "--size",   "--frames", "--fps",
+                                            "--action", "--then",   "-o",      "--output", "--size",   "--frames", "--fps",
                                             "--values", "--crf",   "--plugins", "--out",   "--only"};
   for (size_t i = 0; i < args.size(); ++i) {
     if (!IsHelp(args[i])) continue;
@@ -121,6 +122,13 @@ bool ParseStageOption(const std::string& arg, ArgReader& in, StageOptions& stage
   else if (arg == "--dyn") stage.dyns.push_back(in.Value(arg));
   else if (arg == "--preset") stage.preset = in.Once(arg, scope);
   else if (arg == "--save-preset") stage.save_preset = in.Once(arg, scope);
+  else if (arg == "--action") {
+    const std::string text = in.Value(arg);
+    ActionRequest request;
+    std::string problem;
+    if (!ParseActionRequest(text, &request, &problem)) throw UsageError("--action " + text + ": " + problem);
+    stage.actions.push_back(text);
+  }
   else return false;
   return true;
 }
@@ -334,6 +342,8 @@ for the effect named last:
   --dyn NAME=v0@t0,v1@t1,...   ... or keyframed (seconds, linear); one --dyn per name
   --preset FILE         start from a saved settings document
   --save-preset FILE    save the effect's settings after the render
+  --action NAME=FILE    one of the effect's file commands (`nimbo info EFFECT` lists them):
+                        load-... reads FILE before the first frame, save-... writes FILE after the last
   --then EFFECT         chain: EFFECT takes the previous output as its first input
 for the whole run (each at most once):
   -o OUT                picture (.png .jpg .bmp .tif .tga .ppm: the last frame), image sequence
@@ -360,8 +370,8 @@ One line per effect, in index order: index, name, category, output name and inpu
 
 constexpr const char* kInfoUsage = R"(usage: nimbo info EFFECT [--json] [--plugins DIR]
 
-The effect's inputs, settings keys (type, default, range), dynamic variables, sliders and
-published output values. EFFECT is a name ("ChromaKeyPRO", "Blob 3D", "nimbo one\LowQ"), in
+The effect's inputs, settings keys (type, default, range), dynamic variables, sliders,
+published output values and file commands (--action NAME=FILE). EFFECT is a name ("ChromaKeyPRO", "Blob 3D", "nimbo one\LowQ"), in
 any case, or an index from `nimbo list`.
 )";
 
@@ -403,6 +413,7 @@ render, for the effect named last:
   --dyn NAME=v0@t0,v1@t1,...   ... or keyframed (seconds, linear)
   --preset FILE         start from a saved settings document
   --save-preset FILE    save the effect's settings after the render
+  --action NAME=FILE    a file command: load-... before the first frame, save-... after the last
   --then EFFECT         chain: EFFECT takes the previous output as its first input
 render, for the whole run:
   -o OUT                picture (last frame), name_%04d.png (one per frame), or video (.mp4 .mkv .mov .webm .avi)

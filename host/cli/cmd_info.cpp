@@ -27,6 +27,11 @@ struct PublishedOutput {
   std::string description;
 };
 
+struct EffectAction {
+  std::string name;
+  std::string description;
+};
+
 struct EffectDescription {
   std::vector<SettingEntry> settings;
   std::vector<orrery::DynVar> dynvars;  // copies of the declared nodes
@@ -34,6 +39,7 @@ struct EffectDescription {
   std::vector<float> slider_values;  // each slider's value as the fresh effect had it
   std::vector<SettingRecord> described;
   std::vector<PublishedOutput> outputs;
+  std::vector<EffectAction> actions;  // file commands (--action NAME=FILE)
 };
 
 EffectDescription Describe(const Package& package, const EffectEntry& entry) {
@@ -57,6 +63,12 @@ EffectDescription Describe(const Package& package, const EffectEntry& entry) {
           static_cast<std::vector<PublishedOutput>*>(user)->push_back({name, description ? description : ""});
         },
         &d.outputs);
+    orrery::VisitEffectActions(
+        effect.get(),
+        [](void* user, const char* name, const char* description) {
+          static_cast<std::vector<EffectAction>*>(user)->push_back({name, description ? description : ""});
+        },
+        &d.actions);
   }
   return d;
 }
@@ -139,7 +151,12 @@ void PrintJson(const EffectEntry& e, const EffectDescription& d) {
     out += std::string(i ? "," : "") + "\n    {\"name\": " + JsonString(d.outputs[i].name) +
            ", \"description\": " + JsonString(d.outputs[i].description) + "}";
   }
-  out += std::string(d.outputs.empty() ? "" : "\n  ") + "]\n}\n";
+  out += std::string(d.outputs.empty() ? "" : "\n  ") + "],\n  \"actions\": [";
+  for (size_t i = 0; i < d.actions.size(); ++i) {
+    out += std::string(i ? "," : "") + "\n    {\"name\": " + JsonString(d.actions[i].name) +
+           ", \"description\": " + JsonString(d.actions[i].description) + "}";
+  }
+  out += std::string(d.actions.empty() ? "" : "\n  ") + "]\n}\n";
   std::fputs(out.c_str(), stdout);
 }
 
@@ -181,6 +198,9 @@ void PrintText(const EffectEntry& e, const EffectDescription& d) {
   std::printf("\npublished outputs (--values FILE.csv):\n");
   if (d.outputs.empty()) std::printf("  none\n");
   for (const PublishedOutput& o : d.outputs) std::printf("  %-*s %s\n", w, o.name.c_str(), o.description.c_str());
+  std::printf("\nfile commands (--action NAME=FILE):\n");
+  if (d.actions.empty()) std::printf("  none\n");
+  for (const EffectAction& a : d.actions) std::printf("  %-*s %s\n", w, a.name.c_str(), a.description.c_str());
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 
 #include "cli/command_support.h"
 #include "cli/commands.h"
+#include "runtime/effect_actions.h"
 #include "runtime/effect_chain.h"
 #include "media/media_input.h"
 #include "media/ffmpeg_util.h"
@@ -66,6 +67,18 @@ class ValuesTable {
   int columns_ = 0;
 };
 
+// The stage's --action requests (each already checked by the parser).
+std::vector<ActionRequest> StageActions(const StageOptions& stage) {
+  std::vector<ActionRequest> requests;
+  for (const std::string& text : stage.actions) {
+    ActionRequest request;
+    std::string problem;
+    if (!ParseActionRequest(text, &request, &problem)) throw HostError("--action " + text + ": " + problem);
+    requests.push_back(request);
+  }
+  return requests;
+}
+
 void Warn(const std::string& text) { std::fprintf(stderr, "nimbo: warning: %s\n", text.c_str()); }
 
 // Every path the run reads and writes, for the check that no output is an
@@ -84,6 +97,9 @@ void CheckPaths(const RenderOptions& r) {
       inputs.push_back({"--preset", stage.preset});
     }
     if (!stage.save_preset.empty()) outputs.push_back({"--save-preset", stage.save_preset});
+    for (const ActionRequest& action : StageActions(stage)) {
+      (action.Saves() ? outputs : inputs).push_back({"--action " + action.name, action.path});
+    }
   }
   CheckOutputsDoNotAlias(inputs, outputs);
 }
@@ -162,6 +178,25 @@ int RunRender(const CommandLine& cl) {
     presets[k] = std::make_unique<PendingFile>(r.stages[k].save_preset);
     commit.Add(*presets[k]);
   }
+  // File commands: loads run now, on the configured effects; each save
+  // writes a pending file after the last frame.
+  std::vector<std::vector<ActionRequest>> actions(r.stages.size());
+  std::vector<std::vector<std::unique_ptr<PendingFile>>> saved(r.stages.size());
+  for (size_t k = 0; k < r.stages.size(); ++k) {
+    actions[k] = StageActions(r.stages[k]);
+    EffectStage& stage = *chain.Stages()[k];
+    CheckActionsExist(stage.Effect(), entries[k]->short_name, actions[k]);
+    for (const ActionRequest& action : actions[k]) {
+      if (!action.Saves()) continue;
+      saved[k].push_back(std::make_unique<PendingFile>(action.path));
+      commit.Add(*saved[k].back());
+    }
+  }
+  for (size_t k = 0; k < r.stages.size(); ++k) {
+    for (const ActionRequest& action : actions[k]) {
+      if (!action.Saves()) RunAction(chain.Stages()[k]->Effect(), entries[k]->short_name, action, action.path);
+    }
+  }
   std::unique_ptr<ValuesTable> values;
   if (!r.values.empty()) {
     values = std::make_unique<ValuesTable>(r.values, chain);
@@ -188,6 +223,11 @@ int RunRender(const CommandLine& cl) {
   output->Finish();
   if (values) values->Flush();
   for (size_t k = 0; k < r.stages.size(); ++k) {
+    size_t next_save = 0;
+    for (const ActionRequest& action : actions[k]) {
+      if (action.Saves())
+        RunAction(chain.Stages()[k]->Effect(), entries[k]->short_name, action, saved[k][next_save++]->TempPath());
+    }
     if (presets[k]) chain.Stages()[k]->SavePreset(*presets[k]);
   }
   commit.Commit();

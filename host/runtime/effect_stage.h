@@ -23,6 +23,7 @@ struct StageOptions {
   std::vector<std::string> dyns;      // NAME=v0@t0,...
   std::string preset;                 // settings document to start from
   std::string save_preset;            // where to save the settings afterwards
+  std::vector<std::string> actions;   // NAME=FILE: the effect's file commands
 };
 
 // A published output value of one frame.

@@ -4,6 +4,7 @@
 // the pixels alone. It is loaded by the real `nimbo` program with
 // --plugins, exactly like nimbo_one.fxp.
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -30,10 +31,15 @@ constexpr orrery::EffectInfo kGenInfo = {nullptr, 0, {-1, -1}, "", "nimbo one\\3
 // Copy: output = input XOR "tint". With "probe" = 1, pixel (0,0) shows the
 // dynamic variables and the slider: R = Level * 200, G = Invert * 255,
 // B = Amount. Publishes "mean red" (the mean red byte of the input).
+// File commands: "load-tint" reads the tint as decimal text, "save-tint"
+// writes "tint frames" (frames rendered so far), failing like an effect's
+// dialog would ("Couldn't open file", "Couldn't create file").
 class Copy final : public CEffectBase {
  public:
   Copy() : CEffectBase(kCopyInfo, 0, "", sizeof(Copy)) {
     orrery::RegisterOutputValue(this, "mean red", "mean red byte of the input", &mean_red_);
+    orrery::RegisterEffectAction(this, "load-tint", "reads the tint from a text file", &LoadTint, this);
+    orrery::RegisterEffectAction(this, "save-tint", "writes the tint and the frames rendered", &SaveTint, this);
   }
   ~Copy() override { orrery::UnregisterOutputValues(this); }
 
@@ -61,6 +67,7 @@ class Copy final : public CEffectBase {
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* out) override {
     std::lock_guard lock(lock_);
     if (!CopyInputToOutput(inputs, out)) return 0;
+    ++frames_;
     double sum = 0;
     for (size_t i = 0; i < out->PixelCount(); ++i) {
       sum += (out->pixels[i] >> 16) & 0xFF;
@@ -85,6 +92,34 @@ class Copy final : public CEffectBase {
   int32_t* invert_ = nullptr;
   float amount_ = 10.0f;
   float mean_red_ = 0;
+  int32_t frames_ = 0;
+
+  static int32_t LoadTint(void* user, const char* path, std::string* message) {
+    Copy& self = *static_cast<Copy*>(user);
+    std::lock_guard lock(self.lock_);
+    FILE* f = std::fopen(path, "rb");
+    int tint = 0;
+    const bool ok = f && std::fscanf(f, "%d", &tint) == 1;
+    if (f) std::fclose(f);
+    if (!ok) {
+      *message = "Couldn't open file";
+      return 0;
+    }
+    self.tint_ = tint;
+    return 1;
+  }
+  static int32_t SaveTint(void* user, const char* path, std::string* message) {
+    Copy& self = *static_cast<Copy*>(user);
+    std::lock_guard lock(self.lock_);
+    FILE* f = std::fopen(path, "w+b");
+    if (!f) {
+      *message = "Couldn't create file";
+      return 0;
+    }
+    std::fprintf(f, "%d %d\n", self.tint_, self.frames_);
+    std::fclose(f);
+    return 1;
+  }
 };
 
 // Pair: asks for its second input at half the proposed size; the output is

@@ -178,7 +178,7 @@ class C3DSWriter {
   int32_t AddMesh(const float* positions, int32_t vertex_count, const float* uvs, const uint32_t* triangles,
                   int32_t face_count, const char* object_name, const float* matrix, const char* material_name);
 
-  // A camera "Camera<n>" (n = 0, 1, ... in the order added) at `position`
+  // A camera "Camera<n>" (n = 1, 2, ... in the order added) at `position`
   // looking at `target`, in the engine's axes; `roll_radians` about the view
   // axis (written in degrees); `fov_degrees` the field of view. N_CAMERA's
   // lens is 2400 / fov_degrees (the relation readers use to get the field of
@@ -189,19 +189,20 @@ class C3DSWriter {
   // The whole file as bytes.
   std::vector<uint8_t> Bytes() const;
   // Opens `path` with "w+b" and writes the file; false when the file cannot
-  // be created or written (a partly written file is removed).
+  // be created or written. The bytes go to "<path>.tmp" first and are renamed
+  // over `path`, so a failed save leaves an earlier file untouched.
   bool Save(const char* path) const;
 
  private:
   void AddObjectNode(const char* name);
-  ChunkNode* AddNodeHeader(ChunkNode* node, const char* name);
+  ChunkNode* AddNodeHeader(ChunkNode* node, const char* name);  // NODE_ID and NODE_HDR
 
   std::unique_ptr<ChunkNode> root_;
   ChunkNode* mdata_ = nullptr;
   ChunkNode* kfdata_ = nullptr;
   bool created_ = false;
   int32_t camera_count_ = 0;
-  int16_t next_node_id_ = 0;
+  int32_t next_node_id_ = 0;
 };
 
 }  // namespace nimbo

@@ -45,6 +45,7 @@
 #include "orrery/config_store.h"
 #include "orrery/types.h"
 #include "render3d/material.h"
+#include "render3d/texture_build.h"
 
 namespace nimbo {
 
@@ -57,10 +58,6 @@ struct InputSlot {
   int32_t tex = 0;
   std::string name;      // the display name GetInputName answers
 };
-
-// The side of an engine texture for a picture side `size`: the smallest power
-// of two >= size, at least 2 and at most 1024.
-int32_t TextureSide(int32_t size);
 
 class nbMatManager {
  public:
@@ -159,11 +156,14 @@ class nbMatManager {
   void LoadAll(ConfigData& store, const char* prefix);
 
  private:
-  struct MaterialState;  // the record and what was built from it
+  struct LayerState;     // what was built from one layer
+  struct MaterialState;  // the record and its two built layers
   template <class Store>
   void SaveAllTo(Store& store, const char* prefix) const;
   template <class Store>
   void LoadAllFrom(Store& store, const char* prefix);
+  Material& RecordAt(int32_t mat);
+  const Material& RecordAt(int32_t mat) const { return GetMaterial(mat); }
   void BuildLayer(int32_t mat, int32_t layer);
   void FreeLayer(int32_t mat, int32_t layer);
   void Trace(const char* label);
@@ -173,9 +173,9 @@ class nbMatManager {
   int32_t out_w_ = 0, out_h_ = 0;
   std::string prefix_;
   std::vector<std::unique_ptr<MaterialState>> materials_;
-  std::vector<InputSlot> slots_;
+  // Mutable only for the display names, formatted when asked for.
+  mutable std::vector<InputSlot> slots_;
   std::vector<std::string> search_folders_;
-  mutable std::vector<std::string> slot_names_;
 };
 
 }  // namespace nimbo

@@ -25,6 +25,7 @@
 #include <string>
 #include <vector>
 
+#include "core/settings_table.h"
 #include "framework/dynvar_list.h"
 #include "nb3d/nb3d.h"
 #include "orrery/config_store.h"
@@ -80,8 +81,12 @@ class Scene3D {
   void ReadSettings(orrery::ConfigStore& store);
   void WriteSettings(orrery::ConfigStore& store) const;
   void DescribeSettings(orrery::HostContext* context) const;
-  // Dialog fields bound to `edit` (the effect's working copy).
-  std::vector<orrery::DialogField> DialogFields(SceneSettings& edit) const;
+  // The rows behind the three keys (their ranges, labels and help).
+  static std::span<const SettingRow<SceneSettings>> SettingRows();
+  // Dialog fields bound to `edit` (the effect's working copy); `first_index`
+  // is where they start in the effect's whole field list, so the colour
+  // field can follow the background choice.
+  static std::vector<orrery::DialogField> DialogFields(SceneSettings& edit, int32_t first_index);
 
   // ---- 3. dynamic variables ----
   // Declares the Insert FX set and/or the camera set into the effect's list,
@@ -94,7 +99,7 @@ class Scene3D {
   void ResetClock();
   // Advances t by the host time since the last call times `speed` (so a
   // change of speed never makes t jump) and returns it in seconds.
-  float Advance(const orrery::HostContext* context, float speed);
+  float Advance(orrery::HostContext* context, float speed);
   float Time() const { return time_; }
 
   // ---- 1 again: the camera the effect draws with ----
@@ -126,8 +131,6 @@ class Scene3D {
   bool clock_started_ = false;
   int64_t last_ms_ = 0;
   float time_ = 0;
-  int32_t background_w_ = 0, background_h_ = 0;
-  int32_t insert_w_ = 0, insert_h_ = 0;
 };
 
 // Draws one mesh with material `mat` of `materials`: its textures, render
