@@ -34,7 +34,7 @@
 namespace nimbo::e3d {
 
 struct TextureKeys {
-  int32_t texinfo[2] = {0, 0};
+  int32_t texinfo[2] = {1, 1};  // as a fresh material: pictures (none named: the lit light map)
   int32_t invert_tex2 = 0;
   int32_t sectex = 0;
   int32_t sectype = 0;
