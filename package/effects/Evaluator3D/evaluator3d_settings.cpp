@@ -97,7 +97,9 @@ struct Reader {
   void Scene() { scene(store); }
   void UserVariables(std::vector<UserVariable>& vars) {
     // A count beyond what the formula dialect allows reads as the allowed
-    // most; names the naming rules refuse are dropped.
+    // most. A variable whose name is missing, or refused by the naming
+    // rules, is kept under the name "var%i", so the count stays what the
+    // store says.
     const int32_t n = std::clamp(store.GetInt("n_dynvars", int32_t(vars.size())), 0,
                                  int32_t(formula::kMaxFormulaUserVariables));
     std::vector<UserVariable> old = std::move(vars);
@@ -105,7 +107,9 @@ struct Reader {
     for (size_t k = 0; k < size_t(n); ++k) {
       const UserVariable def = k < old.size() ? old[k] : UserVariable{};
       const std::string name = store.GetString(VarKey(k, "").c_str(), def.name.c_str());
-      if (AddUserVariable(fresh, name) != AddVariable::kAdded) continue;
+      if (AddUserVariable(fresh, name) != AddVariable::kAdded &&
+          AddUserVariable(fresh, "var" + std::to_string(k)) != AddVariable::kAdded)
+        continue;
       UserVariable& v = fresh.vars.back();
       v.minimum = store.GetFloat(VarKey(k, "min").c_str(), def.minimum);
       v.maximum = store.GetFloat(VarKey(k, "max").c_str(), def.maximum);

@@ -3,7 +3,8 @@
 //   "expr_nx", "expr_ny", "expr_nz", "expr_u2", "expr_v2", "expr_nx2",
 //   "expr_ny2", "expr_nz2", "expr_cx", "expr_cy", "expr_cz", "expr_tx",
 //   "expr_ty", "expr_tz", "expr_roll", "expr_zoom", "rangei", "rangej",
-//   "uvmode1", "uvmode2", "front", "back", "n_dynvars", then per user
+//   "uvmode1", "uvmode2", "front", "back", "n_dynvars" (a name that is
+//   missing or refused becomes "var%i"), then per user
 //   variable k "dyn%i" (its name) with "dyn%imin", "dyn%imax", "dyn%ivalue"
 //   and "dyn%ion", "infotext", "hmap", "loopi", "loopj", the background and
 //   Insert FX keys of the 3D scaffolding ("bgtype", "bgcolor", "insertfx"),
