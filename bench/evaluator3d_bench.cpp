@@ -18,6 +18,7 @@
 #include "bench_effects.h"
 #include "formula_set.h"
 #include "grid_eval.h"
+#include "grid_mesh.h"
 #include "runtime/effect_host.h"
 
 namespace {
@@ -82,6 +83,32 @@ void BM_FormulaPass256OnePoint(benchmark::State& state) {
   state.SetItemsProcessed(state.iterations() * kGrid * kGrid);
 }
 BENCHMARK(BM_FormulaPass256OnePoint)->Unit(benchmark::kMillisecond);
+
+// Everything the effect does on the CPU for a frame before the engine
+// draws: formulas, normals, both texture-coordinate sets (the second by
+// environment mapping, its default), and the triangles.
+void BM_MeshBuild256(benchmark::State& state) {
+  const FormulaSet set = BenchSet();
+  const CompiledSet compiled = Recompile(set);
+  GridEvaluator evaluator;
+  evaluator.Prepare(set, compiled);
+  GridValues grid;
+  GridNormals normals;
+  std::vector<nb3D::Vertex> vertices;
+  std::vector<uint32_t> triangles;
+  float t = 0;
+  for (auto _ : state) {
+    SetFrameVariables(set, {t += 0.04f, kWidth, kHeight, {}});
+    const CameraValues camera = EvaluateCamera(compiled);
+    evaluator.Evaluate({}, grid);
+    ComputeNormals(grid, false, false, normals);
+    AssembleVertices(set, grid, normals, camera, vertices);
+    BuildTriangles(set, true, triangles);
+    benchmark::DoNotOptimize(vertices.data());
+    benchmark::DoNotOptimize(triangles.data());
+  }
+}
+BENCHMARK(BM_MeshBuild256)->Unit(benchmark::kMillisecond);
 
 void BM_WholeFrame256At640x480(benchmark::State& state) {
   setenv("ORRERY_BIN_PATH", NIMBO_BIN_DIR, 0);
