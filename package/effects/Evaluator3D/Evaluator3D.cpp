@@ -20,6 +20,7 @@
 // draw the mesh through the camera the scaffolding's camera variables move,
 // present.
 #include <algorithm>
+#include <climits>
 #include <memory>
 
 #include "core/effect_base.h"
@@ -264,6 +265,12 @@ class CEvaluator3DDfx final : public CEffectBase {
     const bool patterns = !(disable_patterns_ && *disable_patterns_);
     e3d::BuildTriangles(settings_.set, patterns, triangles_);
     mesh_built_ = true;
+    const size_t floats = grid_.x.capacity() * 3 + grid_.u.capacity() * 2 + grid_.u2.capacity() * 2 +
+                          grid_.nx.capacity() * 3 + grid_.nx2.capacity() * 3 + grid_.sx.capacity() * 3 +
+                          normals_.vertex.capacity() + normals_.face.capacity();
+    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CEvaluator3DDfx) + floats * sizeof(float) +
+                                                        vertices_.capacity() * sizeof(nb3D::Vertex) +
+                                                        triangles_.capacity() * sizeof(uint32_t)));
   }
 
   std::string Export3DS(const std::string& path) {
