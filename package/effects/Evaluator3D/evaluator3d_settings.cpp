@@ -8,10 +8,19 @@
 namespace nimbo::e3d {
 namespace {
 
-// The formula fields in the order of their "expr_" keys.
-constexpr Field kExprOrder[kFieldCount] = {kA,  kB,  kC,  kD,  kE,   kF,   kG,   kH,   kX,  kY,
-                                           kZ,  kU,  kV,  kNx, kNy,  kNz,  kU2,  kV2,  kNx2, kNy2,
-                                           kNz2, kCx, kCy, kCz, kTx, kTy, kTz, kRoll, kZoom};
+// The formula fields in the order of their keys. The keys are constant
+// texts because a host may keep the pointers it is given.
+struct ExprKey {
+  Field field;
+  const char* key;
+};
+constexpr ExprKey kExprKeys[kFieldCount] = {
+    {kA, "expr_a"},     {kB, "expr_b"},     {kC, "expr_c"},     {kD, "expr_d"},       {kE, "expr_e"},
+    {kF, "expr_f"},     {kG, "expr_g"},     {kH, "expr_h"},     {kX, "expr_x"},       {kY, "expr_y"},
+    {kZ, "expr_z"},     {kU, "expr_u"},     {kV, "expr_v"},     {kNx, "expr_nx"},     {kNy, "expr_ny"},
+    {kNz, "expr_nz"},   {kU2, "expr_u2"},   {kV2, "expr_v2"},   {kNx2, "expr_nx2"},   {kNy2, "expr_ny2"},
+    {kNz2, "expr_nz2"}, {kCx, "expr_cx"},   {kCy, "expr_cy"},   {kCz, "expr_cz"},     {kTx, "expr_tx"},
+    {kTy, "expr_ty"},   {kTz, "expr_tz"},   {kRoll, "expr_roll"}, {kZoom, "expr_zoom"}};
 
 // Walks every key in writing order. `V` provides Int(key, value&, min, max,
 // help), Float(...), Text(key, value&, is_path, help), Scene() and
@@ -20,10 +29,7 @@ constexpr Field kExprOrder[kFieldCount] = {kA,  kB,  kC,  kD,  kE,   kF,   kG,  
 template <class S, class V>
 void Walk(S& s, V& v) {
   auto& set = s.set;
-  for (Field f : kExprOrder) {
-    const std::string key = std::string("expr_") + Info(f).name;
-    v.Text(key.c_str(), set.text[size_t(f)], false, "formula (at most 999 characters)");
-  }
+  for (const ExprKey& e : kExprKeys) v.Text(e.key, set.text[size_t(e.field)], false, "formula (at most 999 characters)");
   v.Int("rangei", set.imax, kMinGridSide, kMaxGridSide, "vertices along i (imax)");
   v.Int("rangej", set.jmax, kMinGridSide, kMaxGridSide, "vertices along j (jmax)");
   v.Int("uvmode1", set.uvmode1, 0, kUvModeCount - 1,
