@@ -1,0 +1,210 @@
+// Evaluator3D as a host runs it, through the package and the real engine:
+// a drawn frame, the file commands, the inputs it asks for, its dynamic
+// variables, and the formula editor refusing OK until a formula is mended.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "bin_path.h"
+#include "core/effect_base.h"
+#include "e3d_file.h"
+#include "formula_editor.h"
+#include "orrery/services.h"
+#include "render3d/engine_loader.h"
+#include "render3d/export_3ds.h"
+#include "test_host.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using nimbo::testing::BinPathOverride;
+using nimbo::testing::MessageCapture;
+using nimbo::testing::TestHost;
+
+constexpr uint32_t kBackground = 0xFF204060u;
+
+class Evaluator3DTest : public ::testing::Test {
+ protected:
+  Evaluator3DTest() : bin(NIMBO_BIN_DIR) {
+    nimbo::ForgetReportedEngineFailure();
+    dir = fs::temp_directory_path() / ("evaluator3d_test_" + std::to_string(::getpid()));
+    fs::create_directories(dir);
+  }
+  ~Evaluator3DTest() override { fs::remove_all(dir); }
+
+  std::unique_ptr<orrery::Effect> Start(TestHost& host) {
+    auto effect = nimbo::testing::MakeEffect("Evaluator3D", &host);
+    EXPECT_TRUE(effect);
+    effect->UpdateConfig();
+    return effect;
+  }
+  // Renders one frame over a plain background input; the output's pixels.
+  std::vector<uint32_t> RenderFrame(orrery::Effect& effect, int32_t w, int32_t h) {
+    std::vector<uint32_t> bg(size_t(w) * size_t(h), kBackground), pixels(bg.size());
+    orrery::Screen background{w, h, bg.data()}, out{w, h, pixels.data()};
+    rendered = nimbo::testing::RenderOnce(effect, {&background}, &out);
+    return pixels;
+  }
+  std::string Run(orrery::Effect& effect, const char* action, const fs::path& path, int32_t* ok = nullptr) {
+    std::string message;
+    const int32_t result = orrery::RunEffectAction(&effect, action, path.c_str(), &message);
+    if (ok) *ok = result;
+    return message;
+  }
+
+  BinPathOverride bin;
+  MessageCapture capture;
+  fs::path dir;
+  int32_t rendered = 0;
+};
+
+TEST_F(Evaluator3DTest, DrawsTheDefaultSurfaceAndExportsIt) {
+  TestHost host(160, 120);
+  host.store.BeginWriting();
+  host.store.SetInt("!", 1);
+  host.store.SetInt("bgtype", 1);  // the Background input
+  auto effect = Start(host);
+  // Before Initialize there is no engine and no mesh.
+  EXPECT_EQ(Run(*effect, "save-3ds", dir / "early.3ds"), nimbo::kMessageRenderingDisabled);
+  EXPECT_FALSE(fs::exists(dir / "early.3ds"));
+  ASSERT_EQ(effect->Initialize(), 1);
+  const std::vector<uint32_t> frame = RenderFrame(*effect, 160, 120);
+  ASSERT_EQ(rendered, 1);
+  const size_t drawn = size_t(std::count_if(frame.begin(), frame.end(), [](uint32_t p) {
+    return (p & 0xFFFFFFu) != (kBackground & 0xFFFFFFu);
+  }));
+  EXPECT_GT(drawn, frame.size() / 10);   // the grid covers a good part of the picture
+  EXPECT_LT(drawn, frame.size());        // and the background shows around it
+  EXPECT_EQ(frame[0] & 0xFFFFFFu, kBackground & 0xFFFFFFu);
+
+  int32_t ok = 0;
+  EXPECT_EQ(Run(*effect, "save-3ds", dir / "grid.3ds", &ok), "");
+  EXPECT_EQ(ok, 1);
+  EXPECT_GT(fs::file_size(dir / "grid.3ds"), 100 * 12u);  // at least the vertices
+  EXPECT_EQ(Run(*effect, "save-3ds", dir / "no_folder" / "grid.3ds"), nimbo::kMessageCannotCreate);
+}
+
+TEST_F(Evaluator3DTest, FileCommandsLoadAndSaveFormulaSets) {
+  TestHost host(64, 48);
+  auto effect = Start(host);
+  nimbo::e3d::FormulaSet set;
+  set.imax = 12;
+  set.jmax = 5;
+  set.text[nimbo::e3d::kY] = "sin(a*pi)*depth";
+  ASSERT_EQ(nimbo::e3d::AddUserVariable(set, "Depth"), nimbo::e3d::AddVariable::kAdded);
+  ASSERT_EQ(nimbo::e3d::SaveE3DFile((dir / "in.e3d").string(), set), "");
+
+  int32_t ok = 1;
+  EXPECT_EQ(Run(*effect, "load-e3d", dir / "missing.e3d", &ok), nimbo::e3d::kMessageCannotOpen);
+  EXPECT_EQ(ok, 0);
+  EXPECT_EQ(Run(*effect, "load-e3d", dir / "in.e3d", &ok), "");
+  EXPECT_EQ(ok, 1);
+  // The loaded set is what the effect now stores, asks for and declares.
+  EXPECT_STREQ(host.store.GetString("expr_y", ""), "sin(a*pi)*depth");
+  EXPECT_EQ(host.store.GetInt("rangei", 0), 12);
+  EXPECT_EQ(effect->GetInputScreenRes(3, 640, 480), (orrery::Size{12, 5}));
+  EXPECT_EQ(effect->GetInputScreenRes(3, -1, -1), (orrery::Size{-1, -1}));
+  EXPECT_STREQ(effect->GetInputScreenName(1), "tex1");
+  EXPECT_STREQ(effect->GetInputScreenName(2), "tex2");
+  ASSERT_NE(host.FindDynVar("depth"), nullptr);
+  std::vector<std::string> names;
+  for (orrery::DynVar* v = host.dynvars; v; v = v->next)
+    if (v->declared) names.push_back(v->name);
+  ASSERT_GE(names.size(), 3u);
+  EXPECT_EQ(names[0], "Evaluator time (1.0 = realtime)");
+  EXPECT_EQ(names[1], "Insert FX: position x");
+  EXPECT_EQ(names[5], "Disable visibility patterns");
+  EXPECT_EQ(names.back(), "depth");
+
+  EXPECT_EQ(Run(*effect, "save-e3d", dir / "out.e3d", &ok), "");
+  nimbo::e3d::FormulaSet back;
+  ASSERT_EQ(nimbo::e3d::LoadE3DFile((dir / "out.e3d").string(), back), "");
+  EXPECT_EQ(back.text, set.text);
+  EXPECT_EQ(Run(*effect, "save-e3d", dir / "none" / "out.e3d"), nimbo::e3d::kMessageCannotCreate);
+}
+
+// Answers each round of the formula editor through `answer`, which edits
+// the fields by label; counts the rounds and keeps the top label's text.
+class EditorAnswers final : public orrery::DialogService {
+ public:
+  using Answer = std::function<int32_t(int32_t round, const orrery::DialogModel&)>;
+  explicit EditorAnswers(Answer answer) : answer_(std::move(answer)) { orrery::SetDialogService(this); }
+  ~EditorAnswers() { orrery::SetDialogService(nullptr); }
+  int32_t RunModal(const orrery::DialogModel& model) override {
+    labels.push_back(model.fields[0].label);
+    return answer_(rounds++, model);
+  }
+  static void* Field(const orrery::DialogModel& model, const std::string& label) {
+    for (int32_t k = 0; k < model.count; ++k)
+      if (label == model.fields[k].label) return model.fields[k].value;
+    ADD_FAILURE() << "no field " << label;
+    static std::string scratch;
+    return &scratch;
+  }
+  int32_t rounds = 0;
+  std::vector<std::string> labels;
+
+ private:
+  Answer answer_;
+};
+
+TEST_F(Evaluator3DTest, TheEditorRefusesOkUntilTheFailingFormulaIsMended) {
+  TestHost host(64, 48);
+  auto effect = Start(host);
+  EditorAnswers dialog([](int32_t round, const orrery::DialogModel& model) {
+    auto text = [&](const char* label) { return static_cast<std::string*>(EditorAnswers::Field(model, label)); };
+    switch (round) {
+      case 0:
+        *text("a") = "b*2";  // a may not use b
+        *text("cx") = "cos(t)*120";
+        return 1;
+      case 1:  // still failing: the user tries OK again
+        return 1;
+      case 2:
+        *text("a") = "i/(imax-1)*2";
+        *text("new variable") = "Wobble";
+        *static_cast<int32_t*>(EditorAnswers::Field(model, "Add variable")) = 1;
+        return 1;
+      default:
+        return 1;
+    }
+  });
+  EXPECT_EQ(effect->SetupDialog(), 1);
+  ASSERT_EQ(dialog.rounds, 4);
+  EXPECT_NE(dialog.labels[1].find("Formula a (5)"), std::string::npos) << dialog.labels[1];
+  EXPECT_NE(dialog.labels[2].find("Formula a (5)"), std::string::npos);
+  EXPECT_EQ(dialog.labels[3], "All formulas compile.");
+  EXPECT_STREQ(host.store.GetString("expr_a", ""), "i/(imax-1)*2");
+  EXPECT_STREQ(host.store.GetString("expr_cx", ""), "cos(t)*120");
+  EXPECT_NE(host.FindDynVar("wobble"), nullptr);
+  EXPECT_EQ(host.notifications.size(), 2u);  // 259/1 and 259/0 around the re-initialisation
+
+  // Cancel leaves everything as it was, even after a failing edit.
+  EditorAnswers cancel([](int32_t round, const orrery::DialogModel& model) {
+    *static_cast<std::string*>(EditorAnswers::Field(model, "x")) = "nonsense";
+    return round == 0 ? 1 : 0;
+  });
+  EXPECT_EQ(effect->SetupDialog(), 0);
+  EXPECT_STREQ(host.store.GetString("expr_x", ""), "(a-0.5)*100");
+}
+
+TEST(Evaluator3DEditor, AServiceThatNeverMendsTheSetGivesUp) {
+  nimbo::e3d::EvaluatorSettings settings;
+  settings.set.text[nimbo::e3d::kCx] = "i";
+  int32_t compiles = 0;
+  nimbo::e3d::FormulaEditor editor(settings, {}, [&](const nimbo::e3d::FormulaSet& s) {
+    ++compiles;
+    return nimbo::e3d::Recompile(s);
+  });
+  EditorAnswers always_ok([](int32_t, const orrery::DialogModel&) { return 1; });
+  EXPECT_FALSE(editor.Run(nullptr));
+  EXPECT_EQ(always_ok.rounds, nimbo::e3d::FormulaEditor::kMaxRounds);
+  EXPECT_EQ(editor.ErrorFormula(), nimbo::e3d::kCx);
+  EXPECT_EQ(compiles, nimbo::e3d::FormulaEditor::kMaxRounds);
+}
+
+}  // namespace

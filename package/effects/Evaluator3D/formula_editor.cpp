@@ -1,0 +1,208 @@
+#include "formula_editor.h"
+
+#include <algorithm>
+
+#include "core/platform.h"
+#include "e3d_file.h"
+#include "formula/user_variables.h"
+
+namespace nimbo::e3d {
+namespace {
+
+using F = orrery::DialogFieldType;
+
+// The formula fields in the order the editor lists them.
+constexpr Field kEditorOrder[kFieldCount] = {kA,  kB,  kC,  kD,  kE,  kF,   kG,   kH,  kX,  kY,
+                                             kZ,  kU,  kV,  kNx, kNy, kNz,  kU2,  kV2, kNx2, kNy2,
+                                             kNz2, kCx, kCy, kCz, kTx, kTy, kTz, kRoll, kZoom};
+
+constexpr const char* kUvModes =
+    "formulas|environment map from faces|environment map from vertices|environment map from normal formulas";
+
+std::string MayUse(int32_t field) {
+  const int32_t aux = Info(field).aux_allowed;
+  if (aux < 0) return "t, imax, jmax, pi, screenw, screenh, user variables";
+  std::string names = "i, j, hmap";
+  if (aux > 0) names += aux == 1 ? ", a" : std::string(", a-") + char('a' + aux - 1);
+  return names + " and the common names";
+}
+
+}  // namespace
+
+FormulaEditor::FormulaEditor(const EvaluatorSettings& settings, const SceneSettings& scene, Compiler compile)
+    : edit_(settings), scene_(scene), compile_(std::move(compile)) {}
+
+void FormulaEditor::LoadSelectedVariable() {
+  const std::vector<UserVariable>& vars = edit_.set.vars;
+  selected_ = std::clamp(selected_, 0, std::max(0, int32_t(vars.size()) - 1));
+  shown_selected_ = selected_;
+  if (vars.empty()) return;
+  const UserVariable& v = vars[size_t(selected_)];
+  var_min_ = v.minimum;
+  var_max_ = v.maximum;
+  var_value_ = v.value;
+  var_on_ = v.on;
+}
+
+void FormulaEditor::StoreSelectedVariable() {
+  std::vector<UserVariable>& vars = edit_.set.vars;
+  if (shown_selected_ < 0 || size_t(shown_selected_) >= vars.size()) return;
+  UserVariable& v = vars[size_t(shown_selected_)];
+  v.minimum = var_min_;
+  v.maximum = var_max_;
+  v.value = var_value_;
+  v.on = var_on_ != 0;
+}
+
+void FormulaEditor::BuildFields() {
+  fields_.clear();
+  hints_.assign(kFieldCount, "");
+  auto add = [&](const char* label, F type, void* value, double lo = 0, double hi = 0, const char* choices = nullptr,
+                 const char* hint = nullptr) { fields_.push_back({label, type, value, lo, hi, choices, hint}); };
+
+  add(error_text_.c_str(), F::kLabel, nullptr);
+  for (Field f : kEditorOrder) {
+    hints_[size_t(f)] = "formula " + std::to_string(f) + "; may use " + MayUse(f);
+    if (f == error_formula_) hints_[size_t(f)] = "<< this formula does not compile; " + hints_[size_t(f)];
+  }
+  for (Field f : kEditorOrder)
+    add(Info(f).name, F::kText, &edit_.set.text[size_t(f)], 0, double(kMaxFormulaLength), nullptr,
+        hints_[size_t(f)].c_str());
+
+  FormulaSet& s = edit_.set;
+  add("imax", F::kInt, &s.imax, kMinGridSide, kMaxGridSide, nullptr, "vertices along i");
+  add("jmax", F::kInt, &s.jmax, kMinGridSide, kMaxGridSide, nullptr, "vertices along j");
+  add("height map (hmap)", F::kBool, &s.hmap, 0, 1, nullptr, "the height map input's blue channel as hmap");
+  add("loop i", F::kBool, &s.loopi, 0, 1, nullptr, "fix last row (i=imax-1) to first row (i=0)");
+  add("loop j", F::kBool, &s.loopj, 0, 1, nullptr, "fix last column (j=jmax-1) to first column (j=0)");
+  add("front faces", F::kBool, &s.front, 0, 1);
+  add("back faces", F::kBool, &s.back, 0, 1);
+  add("texture coordinates 1", F::kChoice, &s.uvmode1, 0, kUvModeCount - 1, kUvModes);
+  add("texture coordinates 2", F::kChoice, &s.uvmode2, 0, kUvModeCount - 1, kUvModes);
+  add("i pattern", F::kText, &s.ipattern, 0, 0, nullptr, "a cell shows where the symbols at i and j agree");
+  add("j pattern", F::kText, &s.jpattern);
+  add("description", F::kText, &s.info);
+  add("time speed", F::kFloat, &edit_.timespeed, -10, 10, nullptr, "1.0 = realtime");
+
+  // User variables: add by name, then edit or delete the selected one.
+  add("new variable", F::kText, &new_variable_, 0, 0, nullptr, "name of a variable to add");
+  add("Add variable", F::kButton, &add_pressed_, 0, 1);
+  variable_choices_.clear();
+  for (const UserVariable& v : s.vars) variable_choices_ += (variable_choices_.empty() ? "" : "|") + v.name;
+  LoadSelectedVariable();
+  if (!s.vars.empty()) {
+    add("variable", F::kChoice, &selected_, 0, double(s.vars.size() - 1), variable_choices_.c_str());
+    add("minimum", F::kFloat, &var_min_, -1e9, 1e9);
+    add("maximum", F::kFloat, &var_max_, -1e9, 1e9);
+    add("initial value", F::kFloat, &var_value_, -1e9, 1e9);
+    add("switched on", F::kBool, &var_on_, 0, 1);
+    add("Delete variable", F::kButton, &delete_pressed_, 0, 1);
+  }
+
+  TextureKeys& t = edit_.texture;
+  transparent_choice_ = t.transparent + 1;
+  add("texture 1", F::kChoice, &t.texinfo[0], 0, 1, "texture input 1|picture file");
+  add("picture 1", F::kPath, &t.texpath[0]);
+  add("texture input 1 is static", F::kBool, &t.freeze[0], 0, 1);
+  add("enable second texture", F::kBool, &t.sectex, 0, 1);
+  add("texture 2", F::kChoice, &t.texinfo[1], 0, 1, "texture input 2|picture file");
+  add("picture 2", F::kPath, &t.texpath[1]);
+  add("texture input 2 is static", F::kBool, &t.freeze[1], 0, 1);
+  add("second texture", F::kChoice, &t.sectype, 0, 2, "add|subtract|blue as transparency");
+  add("invert second texture", F::kBool, &t.invert_tex2, 0, 1, nullptr,
+      "very useful if type of second texture is 'sub'");
+  add("transparency", F::kChoice, &transparent_choice_, 0, 2, "none|50% transparency|additive transparency");
+  add("enable wireframe rendering", F::kBool, &t.wire, 0, 1);
+
+  const int32_t first_scene = int32_t(fields_.size());
+  for (const orrery::DialogField& f : Scene3D::DialogFields(scene_, first_scene)) fields_.push_back(f);
+
+  add("E3D file", F::kPath, &e3d_path_, 0, 0, nullptr, kE3DFilter);
+  add("Load E3D...", F::kButton, &load_pressed_, 0, 1);
+  add("Save E3D...", F::kButton, &save_pressed_, 0, 1);
+  add("3DS file", F::kPath, &path_3ds_, 0, 0, nullptr, "3DS Files (*.3ds)|*.3ds|All Files (*.*)|*.*||");
+  add("Save as 3DS...", F::kButton, &export_pressed_, 0, 1);
+}
+
+const std::vector<orrery::DialogField>& FormulaEditor::Fields() {
+  BuildFields();
+  return fields_;
+}
+
+bool FormulaEditor::AfterOk() {
+  edit_.texture.transparent = std::clamp(transparent_choice_, 0, 2) - 1;
+  StoreSelectedVariable();
+  const bool pressed = add_pressed_ || delete_pressed_ || load_pressed_ || save_pressed_ || export_pressed_;
+  if (add_pressed_) {
+    switch (AddUserVariable(edit_.set, new_variable_)) {
+      case AddVariable::kAdded:
+        selected_ = int32_t(edit_.set.vars.size()) - 1;
+        new_variable_.clear();
+        break;
+      case AddVariable::kEmpty:
+        platform::ShowWarning(formula::kEmptyNameCaption, formula::kEmptyNameMessage);
+        break;
+      case AddVariable::kRefused:
+        new_variable_.clear();
+        break;
+      case AddVariable::kDuplicate:
+        break;
+      case AddVariable::kFull:
+        platform::ShowWarning("Info", "A formula set holds at most 255 user variables.");
+        break;
+    }
+  }
+  if (delete_pressed_ && !edit_.set.vars.empty()) {
+    edit_.set.vars.erase(edit_.set.vars.begin() + std::clamp(shown_selected_, 0, int32_t(edit_.set.vars.size()) - 1));
+    selected_ = std::max(0, shown_selected_ - 1);
+  }
+  if (load_pressed_) {
+    FormulaSet loaded;
+    const std::string error = LoadE3DFile(e3d_path_, loaded);
+    if (error.empty()) edit_.set = std::move(loaded);
+    else platform::ShowError("Error", error.c_str());
+  }
+  if (save_pressed_) {
+    const std::string error = SaveE3DFile(e3d_path_, edit_.set);
+    if (!error.empty()) platform::ShowError("Error", error.c_str());
+  }
+  if (export_pressed_ && export_3ds_) {
+    const std::string error = export_3ds_(path_3ds_);
+    if (!error.empty()) platform::ShowError("Error", error.c_str());
+  }
+  add_pressed_ = delete_pressed_ = load_pressed_ = save_pressed_ = export_pressed_ = 0;
+  edit_.set.Sanitize();
+
+  // Every change recompiles, so the error line is always up to date.
+  const CompiledSet compiled = compile_(edit_.set);
+  error_formula_ = compiled.first_error;
+  if (compiled.first_error < 0) {
+    error_text_ = "All formulas compile.";
+  } else {
+    const char* name = Info(compiled.first_error).name;
+    error_text_ = "Formula " + std::string(name) + " (" + std::to_string(compiled.first_error) + ") ";
+    if (!compiled.error_name.empty())
+      error_text_ += "uses \"" + compiled.error_name + "\", which it may not use: " + MayUse(compiled.first_error) + ".";
+    else if (compiled.error_position >= 0)
+      error_text_ += "has an error at position " + std::to_string(compiled.error_position) +
+                     " (blanks removed, each name one character).";
+    else
+      error_text_ += "nests too deep to evaluate.";
+  }
+  return !pressed && compiled.first_error < 0 && selected_ == shown_selected_;
+}
+
+bool FormulaEditor::Run(const char* help_page) {
+  orrery::DialogService* service = orrery::GetDialogService();
+  if (!service) return false;
+  for (int32_t round = 0; round < kMaxRounds; ++round) {
+    const std::vector<orrery::DialogField>& fields = Fields();
+    const orrery::DialogModel model{"Evaluator3D formula editor", fields.data(), int32_t(fields.size()), help_page,
+                                    platform::MainWindow()};
+    if (!service->RunModal(model)) return false;
+    if (AfterOk()) return true;
+  }
+  return false;
+}
+
+}  // namespace nimbo::e3d
