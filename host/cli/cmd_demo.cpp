@@ -49,6 +49,11 @@ std::vector<std::string> DemoSettingsFor(const std::string& short_name) {
   if (short_name == "ColorTrafo") return {"hue=120", "sat=1.6"};
   if (short_name == "ColorReducer") return {"bits=2"};
   if (short_name == "Glitter") return {"threshold=150", "size=10", "spacing=16"};
+  // A rippling sheet wearing the title clip, over the landscape.
+  if (short_name == "Evaluator3D")
+    return {"rangei=40", "rangej=40", "expr_y=sin(a*4*pi+t*3)*8*cos(b*2*pi+t)", "texinfo1=0", "bgtype=1"};
+  // Seven blobs wearing the title clip as a reflection, over the landscape.
+  if (short_name == "Blob 3D") return {"count=7", "mat0mattex0texmode=0", "bgtype=1"};
   return {};
 }
 
