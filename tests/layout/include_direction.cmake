@@ -48,7 +48,7 @@ set(rules
   "tests/support/|orrery framework core test_host.h test_screen.h"
   "tests/|orrery framework core test_host.h test_screen.h"
   "bench/|orrery framework nb3d core shared formula render3d runtime media EFFECTS c3ds_files.h"
-  "fuzz/|orrery framework core formula random nb3d render3d")
+  "fuzz/|orrery framework core formula random nb3d render3d EFFECTS")
 set(layers orrery framework nb3d core shared formula random render3d runtime media cli)
 
 file(GLOB_RECURSE sources RELATIVE ${ROOT}
