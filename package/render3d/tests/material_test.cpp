@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstring>
 #include <random>
-#include <regex>
 #include <string>
 #include <vector>
 
@@ -207,9 +206,12 @@ TEST(MaterialTest, SimdKernelsEqualTheScalarReference) {
 
 std::vector<std::string> KeysOf(const std::string& xml) {
   std::vector<std::string> keys;
-  const std::regex name("name=\"([^\"]*)\"");
-  for (auto it = std::sregex_iterator(xml.begin(), xml.end(), name); it != std::sregex_iterator(); ++it)
-    keys.push_back((*it)[1]);
+  const std::string open = "name=\"";
+  for (size_t at = xml.find(open); at != std::string::npos; at = xml.find(open, at)) {
+    at += open.size();
+    const size_t end = xml.find('"', at);
+    keys.push_back(xml.substr(at, end - at));
+  }
   return keys;
 }
 
