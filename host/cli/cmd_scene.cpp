@@ -72,15 +72,15 @@ std::string NodeObjectName(const C3DSScene& s, const Node& node) {
 
 // Faces per material name, in material order.
 std::vector<std::pair<std::string, size_t>> FaceMaterials(const C3DSScene& s, const Mesh& mesh) {
-  std::vector<size_t> counts(s.Materials().size(), 0);
-  for (size_t k = 0; k < mesh.face_count; ++k) ++counts[size_t(s.Faces()[mesh.first_face + k].material)];
+  std::map<int, size_t> counts;  // only the materials the mesh uses: a scene may have many meshes
+  for (size_t k = 0; k < mesh.face_count; ++k) ++counts[s.Faces()[mesh.first_face + k].material];
   std::vector<std::pair<std::string, size_t>> out;
-  for (size_t m = 0; m < counts.size(); ++m) {
-    if (counts[m] == 0) continue;
+  for (const auto& [material, count] : counts) {
+    const std::string& name = s.Materials()[size_t(material)].name;
     bool merged = false;  // two materials of one name count together
     for (auto& entry : out)
-      if (entry.first == s.Materials()[m].name) entry.second += counts[m], merged = true;
-    if (!merged) out.emplace_back(s.Materials()[m].name, counts[m]);
+      if (entry.first == name) entry.second += count, merged = true;
+    if (!merged) out.emplace_back(name, count);
   }
   return out;
 }
