@@ -320,6 +320,9 @@ TEST(C3dsErrors, CodesAndTexts) {
   C3DSScene scene;
   EXPECT_FALSE(scene.Load("/nonexistent/scene.3ds"));
   EXPECT_EQ(scene.GetError(), kFileNotFound);
+  scene.LoadFromMemory(nullptr, 0, "");
+  EXPECT_FALSE(scene.Load(std::filesystem::temp_directory_path().string()));  // a folder is no file
+  EXPECT_EQ(scene.GetError(), kFileNotFound);
 
   // An empty file: false, and the code stays what it was.
   const std::filesystem::path empty = std::filesystem::temp_directory_path() / "nimbo_c3ds_empty.3ds";
