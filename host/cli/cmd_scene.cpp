@@ -14,20 +14,22 @@ namespace {
 
 using namespace nimbo::scene3ds;
 
+bool IsUtf8(const std::string& text) {
+  for (size_t k = 0; k < text.size();) {
+    const unsigned char c = static_cast<unsigned char>(text[k]);
+    const size_t extra = c < 0x80 ? 0 : (c & 0xE0) == 0xC0 ? 1 : (c & 0xF0) == 0xE0 ? 2 : (c & 0xF8) == 0xF0 ? 3 : 4;
+    if (extra == 4 || text.size() - k <= extra) return false;
+    for (size_t j = 1; j <= extra; ++j)
+      if ((static_cast<unsigned char>(text[k + j]) & 0xC0) != 0x80) return false;
+    k += extra + 1;
+  }
+  return true;
+}
+
 // Names in .3ds files are bytes, often Latin-1: a name that is not UTF-8 is
 // shown with each byte above 0x7F as the Latin-1 character it stands for.
 std::string Utf8Name(const std::string& name) {
-  size_t k = 0;
-  bool valid = true;
-  while (valid && k < name.size()) {
-    const unsigned char c = static_cast<unsigned char>(name[k]);
-    const size_t extra = c < 0x80 ? 0 : (c >> 5) == 6 ? 1 : (c >> 4) == 14 ? 2 : (c >> 3) == 30 ? 3 : 99;
-    if (extra == 99 || k + extra >= name.size() + (extra == 0 ? 1 : 0)) valid = extra == 0;
-    for (size_t j = 1; valid && j <= extra; ++j)
-      valid = k + j < name.size() && (static_cast<unsigned char>(name[k + j]) >> 6) == 2;
-    k += extra + 1;
-  }
-  if (valid) return name;
+  if (IsUtf8(name)) return name;
   std::string out;
   for (unsigned char c : name) {
     if (c < 0x80) {
