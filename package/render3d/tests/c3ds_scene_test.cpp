@@ -73,7 +73,7 @@ TEST_F(SampleSceneTest, MaterialsTakeTwentyFourBitColoursOnlyAfterTheDefault) {
   EXPECT_FLOAT_EQ(red.refblur, 0.2f);
   EXPECT_EQ(red.flags, 0x1FFu);  // two-sided, phong soft, wire, additive and all five maps
   EXPECT_EQ(red.texture_map, "bricks.png");
-  EXPECT_EQ(red.specular_map, "spec.png");
+  EXPECT_EQ(red.specular_map, "shine.png");
   EXPECT_EQ(red.opacity_map, "opac.png");
   EXPECT_EQ(red.reflection_map, "refl.png");
   EXPECT_EQ(red.bump_map, "bump.png");
