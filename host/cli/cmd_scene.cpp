@@ -14,20 +14,22 @@ namespace {
 
 using namespace nimbo::scene3ds;
 
+bool IsUtf8(const std::string& text) {
+  for (size_t k = 0; k < text.size();) {
+    const unsigned char c = static_cast<unsigned char>(text[k]);
+    const size_t extra = c < 0x80 ? 0 : (c & 0xE0) == 0xC0 ? 1 : (c & 0xF0) == 0xE0 ? 2 : (c & 0xF8) == 0xF0 ? 3 : 4;
+    if (extra == 4 || text.size() - k <= extra) return false;
+    for (size_t j = 1; j <= extra; ++j)
+      if ((static_cast<unsigned char>(text[k + j]) & 0xC0) != 0x80) return false;
+    k += extra + 1;
+  }
+  return true;
+}
+
 // Names in .3ds files are bytes, often Latin-1: a name that is not UTF-8 is
 // shown with each byte above 0x7F as the Latin-1 character it stands for.
 std::string Utf8Name(const std::string& name) {
-  size_t k = 0;
-  bool valid = true;
-  while (valid && k < name.size()) {
-    const unsigned char c = static_cast<unsigned char>(name[k]);
-    const size_t extra = c < 0x80 ? 0 : (c >> 5) == 6 ? 1 : (c >> 4) == 14 ? 2 : (c >> 3) == 30 ? 3 : 99;
-    if (extra == 99 || k + extra >= name.size() + (extra == 0 ? 1 : 0)) valid = extra == 0;
-    for (size_t j = 1; valid && j <= extra; ++j)
-      valid = k + j < name.size() && (static_cast<unsigned char>(name[k + j]) >> 6) == 2;
-    k += extra + 1;
-  }
-  if (valid) return name;
+  if (IsUtf8(name)) return name;
   std::string out;
   for (unsigned char c : name) {
     if (c < 0x80) {
@@ -72,15 +74,15 @@ std::string NodeObjectName(const C3DSScene& s, const Node& node) {
 
 // Faces per material name, in material order.
 std::vector<std::pair<std::string, size_t>> FaceMaterials(const C3DSScene& s, const Mesh& mesh) {
-  std::vector<size_t> counts(s.Materials().size(), 0);
-  for (size_t k = 0; k < mesh.face_count; ++k) ++counts[size_t(s.Faces()[mesh.first_face + k].material)];
+  std::map<int, size_t> counts;  // only the materials the mesh uses: a scene may have many meshes
+  for (size_t k = 0; k < mesh.face_count; ++k) ++counts[s.Faces()[mesh.first_face + k].material];
   std::vector<std::pair<std::string, size_t>> out;
-  for (size_t m = 0; m < counts.size(); ++m) {
-    if (counts[m] == 0) continue;
+  for (const auto& [material, count] : counts) {
+    const std::string& name = s.Materials()[size_t(material)].name;
     bool merged = false;  // two materials of one name count together
     for (auto& entry : out)
-      if (entry.first == s.Materials()[m].name) entry.second += counts[m], merged = true;
-    if (!merged) out.emplace_back(s.Materials()[m].name, counts[m]);
+      if (entry.first == name) entry.second += count, merged = true;
+    if (!merged) out.emplace_back(name, count);
   }
   return out;
 }

@@ -27,7 +27,7 @@ TEST_F(NimboScene, JsonHoldsTheSceneAsTheReaderStoresIt) {
   // 51/255 as the float the reader holds, in digits that read back to it.
   EXPECT_NE(j.find("{\"name\": \"red plastic\", \"index\": 1, \"ambient\": [0.200000003, 0, 0], \"diffuse\": [1, 0, 0]"),
             std::string::npos);
-  EXPECT_NE(j.find("\"flags\": 511, \"maps\": {\"texture\": \"bricks.png\", \"specular\": \"spec.png\", "
+  EXPECT_NE(j.find("\"flags\": 511, \"maps\": {\"texture\": \"bricks.png\", \"specular\": \"shine.png\", "
                    "\"reflection\": \"refl.png\", \"opacity\": \"opac.png\", \"bump\": \"bump.png\"}}"),
             std::string::npos);
   EXPECT_NE(j.find("\"maps\": {\"texture\": null, \"specular\": null"), std::string::npos);

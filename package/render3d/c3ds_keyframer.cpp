@@ -4,6 +4,7 @@
 #include <unordered_map>
 
 #include "c3ds_builder.h"
+#include "c3ds_names.h"
 #include "c3ds_tracks.h"
 
 namespace nimbo::scene3ds {
@@ -23,13 +24,6 @@ bool IsNodeChunk(uint16_t chunk_id, NodeType* type) {
     case id::kSpotlightNodeTag: *type = NodeType::kSpotlight; return true;
     default: return false;
   }
-}
-
-template <class Object>
-int FindByName(const std::vector<Object>& objects, const std::string& name) {
-  for (size_t k = 0; k < objects.size(); ++k)
-    if (objects[k].name == name) return int(k);
-  return -1;
 }
 
 // What one node chunk says about the hierarchy.
@@ -69,6 +63,7 @@ bool C3DSScene::Builder::ReadKeyframer() {
   if (!FindChunk(top, id::kKfData, &kfdata)) return !top.bad();
 
   // First pass: the nodes, their objects, the dummies, and the links.
+  const NameIndex meshes(s.meshes_), cameras(s.cameras_), lights(s.lights_);
   std::vector<NodeHeader> headers;
   ChunkList list(kfdata, 0);
   Chunk c;
@@ -91,7 +86,7 @@ bool C3DSScene::Builder::ReadKeyframer() {
           dummy.name = h.instance;
           dummy.node = index;
         } else {
-          node.object = FindByName(s.meshes_, h.name);
+          node.object = meshes.Find(h.name);
           if (node.object >= 0) {
             Mesh& mesh = s.meshes_[size_t(node.object)];
             if (h.flags & kNodeHiddenFlag) mesh.flags |= kMeshHidden;
@@ -102,8 +97,8 @@ bool C3DSScene::Builder::ReadKeyframer() {
         }
         break;
       case NodeType::kCamera:
-      case NodeType::kCameraTarget: node.object = FindByName(s.cameras_, h.name); break;
-      default: node.object = FindByName(s.lights_, h.name); break;
+      case NodeType::kCameraTarget: node.object = cameras.Find(h.name); break;
+      default: node.object = lights.Find(h.name); break;
     }
     s.nodes_.push_back(std::move(node));
     headers.push_back(std::move(h));
@@ -195,7 +190,7 @@ bool C3DSScene::Builder::ReadKeyframer() {
         case id::kRotTrackTag: ok = ReadRotationTrack(t, &tracks->rotation, end); break;
         case id::kFovTrackTag: ok = ReadFloatTrack(t, &tracks->fov, end); break;
         case id::kRollTrackTag: ok = ReadFloatTrack(t, &tracks->roll, end); break;
-        case id::kMorphTrackTag: ok = ReadMorphTrack(t, s.meshes_, &tracks->morph, end); break;
+        case id::kMorphTrackTag: ok = ReadMorphTrack(t, meshes, &tracks->morph, end); break;
         case id::kHideTrackTag: ok = ReadHideTrack(t, &tracks->hide, end); break;
         default: break;
       }

@@ -6,6 +6,7 @@
 
 #include "c3ds_builder.h"
 #include "c3ds_math.h"
+#include "c3ds_names.h"
 
 namespace nimbo::scene3ds {
 namespace {
@@ -87,8 +88,8 @@ Mat4 ReadMeshMatrix(ByteReader& r) {
 
 class MeshReader {
  public:
-  MeshReader(C3DSScene::Builder& b, std::vector<Vertex>& vertices, std::vector<Face>& faces, uint32_t options)
-      : b_(b), vertices_(vertices), faces_(faces), options_(options) {}
+  MeshReader(const NameIndex& materials, std::vector<Vertex>& vertices, std::vector<Face>& faces, uint32_t options)
+      : materials_(materials), vertices_(vertices), faces_(faces), options_(options) {}
 
   bool Read(const Chunk& tri, Mesh* mesh) {
     mesh->first_vertex = vertices_.size();
@@ -169,10 +170,7 @@ class MeshReader {
     const uint16_t count = r.U16();
     if (!r.ok() || r.remaining() / 2 < count) return false;
     if (name.size() > kMaxMaterialName) name.resize(kMaxMaterialName);
-    int material = -1;
-    const std::vector<Material>& materials = b_.scene.Materials();
-    for (size_t k = 0; k < materials.size() && material < 0; ++k)
-      if (materials[k].name == name) material = int(k);
+    const int material = materials_.Find(name);
     for (uint16_t k = 0; k < count; ++k) {
       const uint16_t face = r.U16();
       if (face >= mesh->face_count) return false;
@@ -204,7 +202,7 @@ class MeshReader {
     }
   }
 
-  C3DSScene::Builder& b_;
+  const NameIndex& materials_;
   std::vector<Vertex>& vertices_;
   std::vector<Face>& faces_;
   uint32_t options_;
@@ -289,6 +287,7 @@ bool C3DSScene::Builder::ReadObjects() {
   scene.faces_.reserve(faces);
 
   // Reading pass.
+  const NameIndex materials(scene.materials_);
   list = ChunkList(mdata, 0);
   while (list.Next(&c)) {
     if (c.id == id::kAmbientLight) {
@@ -306,7 +305,7 @@ bool C3DSScene::Builder::ReadObjects() {
       Mesh& mesh = scene.meshes_.emplace_back();
       mesh.name = name;
       mesh.index = running_index++;
-      MeshReader reader(*this, scene.vertices_, scene.faces_, scene.options_);
+      MeshReader reader(materials, scene.vertices_, scene.faces_, scene.options_);
       if (!reader.Read(body, &mesh)) return false;
     } else if (kind == Kind::kLight) {
       Light& light = scene.lights_.emplace_back();

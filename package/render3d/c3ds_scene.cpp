@@ -1,6 +1,7 @@
 // C3DSScene: loading (the file checks and the order of the steps), error
 // texts, posing at a frame, and freeing.
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <new>
 
@@ -44,7 +45,11 @@ const char* C3DSScene::GetErrorText(int code) {
 }
 
 bool C3DSScene::Load(const std::string& path) {
-  std::unique_ptr<FILE, int (*)(FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
+  // Only a regular file is a scene: a folder would "open" and a pipe would
+  // wait for a writer.
+  std::error_code ec;
+  const bool regular = std::filesystem::is_regular_file(path, ec);
+  std::unique_ptr<FILE, int (*)(FILE*)> file(regular ? std::fopen(path.c_str(), "rb") : nullptr, &std::fclose);
   if (!file) {
     Free();
     error_ = kFileNotFound;

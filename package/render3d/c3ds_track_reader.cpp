@@ -129,7 +129,7 @@ bool ReadRotationTrack(const Chunk& c, Track<RotationKey>* track, int32_t* end_f
   return true;
 }
 
-bool ReadMorphTrack(const Chunk& c, const std::vector<Mesh>& meshes, Track<MorphKey>* track, int32_t* end_frame) {
+bool ReadMorphTrack(const Chunk& c, const NameIndex& meshes, Track<MorphKey>* track, int32_t* end_frame) {
   ByteReader r(c);
   uint32_t count = 0;
   if (!ReadHeader(r, kKeyHeader + 1, &track->flags, &count)) return false;
@@ -140,8 +140,7 @@ bool ReadMorphTrack(const Chunk& c, const std::vector<Mesh>& meshes, Track<Morph
     key.spline = ReadSpline(r, end_frame);
     key.target = r.String();
     if (!r.ok()) return false;
-    for (size_t m = 0; m < meshes.size() && key.mesh < 0; ++m)
-      if (meshes[m].name == key.target) key.mesh = int(m);
+    key.mesh = meshes.Find(key.target);
     track->keys.push_back(std::move(key));
   }
   return true;

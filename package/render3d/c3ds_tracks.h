@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "c3ds_chunks.h"
+#include "c3ds_names.h"
 #include "render3d/c3ds_scene.h"
 
 namespace nimbo::scene3ds {
@@ -15,7 +16,7 @@ namespace nimbo::scene3ds {
 bool ReadVectorTrack(const Chunk& c, Track<VectorKey>* track, int32_t* end_frame);
 bool ReadRotationTrack(const Chunk& c, Track<RotationKey>* track, int32_t* end_frame);
 bool ReadFloatTrack(const Chunk& c, Track<FloatKey>* track, int32_t* end_frame);
-bool ReadMorphTrack(const Chunk& c, const std::vector<Mesh>& meshes, Track<MorphKey>* track, int32_t* end_frame);
+bool ReadMorphTrack(const Chunk& c, const NameIndex& meshes, Track<MorphKey>* track, int32_t* end_frame);
 bool ReadHideTrack(const Chunk& c, Track<HideKey>* track, int32_t* end_frame);
 
 // Tangents of each key (Kochanek-Bartels: tension, continuity, bias, scaled

@@ -55,6 +55,8 @@ struct Counts {
   bool read = false;
   long meshes = 0, vertices = 0, faces = 0, materials = 0, cameras = 0, lights = 0;
   std::map<std::string, long> position_keys, rotation_keys;  // by node name (unique names only)
+  std::map<std::string, std::vector<Quat>> rotations;        // each rotation key's orientation
+  std::map<std::string, std::vector<Vec3>> positions;        // each position key's value
   float first_point[3] = {0, 0, 0};
   float camera_lens = 0;
 };
@@ -64,8 +66,14 @@ void CountNodes(Lib3dsNode* node, Counts* c, std::map<std::string, int>* seen) {
   for (; node; node = node->next) {
     if (node->type == LIB3DS_OBJECT_NODE && std::string(node->name) != "$$$DUMMY") {
       long pos = 0, rot = 0;
-      for (Lib3dsLin3Key* k = node->data.object.pos_track.keyL; k; k = k->next) ++pos;
-      for (Lib3dsQuatKey* k = node->data.object.rot_track.keyL; k; k = k->next) ++rot;
+      for (Lib3dsLin3Key* k = node->data.object.pos_track.keyL; k; k = k->next) {
+        ++pos;
+        c->positions[node->name].push_back(Vec3{k->value[0], k->value[1], k->value[2]});
+      }
+      for (Lib3dsQuatKey* k = node->data.object.rot_track.keyL; k; k = k->next) {
+        ++rot;
+        c->rotations[node->name].push_back(Quat{k->q[3], k->q[0], k->q[1], k->q[2]});
+      }
       c->position_keys[node->name] = pos;
       c->rotation_keys[node->name] = rot;
       ++(*seen)[node->name];
@@ -102,7 +110,9 @@ Counts Lib3dsCounts(const std::string& path) {
       std::map<std::string, int> seen;
       CountNodes(f->nodes, &r, &seen);
       for (const auto& [name, times] : seen)
-        if (times > 1) r.position_keys.erase(name), r.rotation_keys.erase(name);
+        if (times > 1) r.position_keys.erase(name), r.rotation_keys.erase(name), r.rotations.erase(name);
+      for (const auto& [name, times] : seen)
+        if (times > 1) r.positions.erase(name);
       lib3ds_file_free(f);
     }
     std::string text = std::to_string(r.read) + " " + std::to_string(r.meshes) + " " + std::to_string(r.vertices) +
@@ -110,8 +120,18 @@ Counts Lib3dsCounts(const std::string& path) {
                        std::to_string(r.cameras) + " " + std::to_string(r.lights) + " " +
                        std::to_string(r.first_point[0]) + " " + std::to_string(r.first_point[1]) + " " +
                        std::to_string(r.first_point[2]) + " " + std::to_string(r.camera_lens) + "\n";
-    for (const auto& [name, keys] : r.position_keys)
-      text += std::to_string(keys) + " " + std::to_string(r.rotation_keys[name]) + " " + name + "\n";
+    char number[128];
+    for (const auto& [name, keys] : r.position_keys) {
+      text += "N " + std::to_string(keys) + " " + std::to_string(r.rotation_keys[name]) + " " + name + "\n";
+      for (const Quat& q : r.rotations[name]) {
+        std::snprintf(number, sizeof number, "%.9g %.9g %.9g %.9g ", q.w, q.x, q.y, q.z);
+        text += std::string("Q ") + number + name + "\n";
+      }
+      for (const Vec3& p : r.positions[name]) {
+        std::snprintf(number, sizeof number, "%.9g %.9g %.9g ", p.x, p.y, p.z);
+        text += std::string("P ") + number + name + "\n";
+      }
+    }
     if (write(fds[1], text.data(), text.size()) < 0) _exit(1);
     _exit(0);
   }
@@ -130,10 +150,20 @@ Counts Lib3dsCounts(const std::string& path) {
                   &c.camera_lens) == 11)
     c.read = read_flag != 0;
   long pos = 0, rot = 0;
+  Quat q;
   char name[128];
-  while (std::fscanf(in, "%ld %ld %127[^\n]", &pos, &rot, name) == 3) {
-    c.position_keys[name] = pos;
-    c.rotation_keys[name] = rot;
+  char kind[2];
+  while (std::fscanf(in, " %1s", kind) == 1) {
+    if (kind[0] == 'N' && std::fscanf(in, "%ld %ld %127[^\n]", &pos, &rot, name) == 3) {
+      c.position_keys[name] = pos;
+      c.rotation_keys[name] = rot;
+    } else if (kind[0] == 'Q' && std::fscanf(in, "%f %f %f %f %127[^\n]", &q.w, &q.x, &q.y, &q.z, name) == 5) {
+      c.rotations[name].push_back(q);
+    } else if (kind[0] == 'P' && std::fscanf(in, "%f %f %f %127[^\n]", &q.x, &q.y, &q.z, name) == 4) {
+      c.positions[name].push_back(Vec3{q.x, q.y, q.z});
+    } else {
+      break;
+    }
   }
   std::fclose(in);
   return c;
@@ -220,8 +250,32 @@ TEST(C3dsCrossCheck, EveryFileOnTheMachineReadsAsTheOtherReadersCountIt) {
         const auto pos = lib.position_keys.find(mesh.name);
         if (pos == lib.position_keys.end() || mesh.node < 0) continue;
         EXPECT_EQ(long(mesh.tracks.position.keys.size()), pos->second) << mesh.name;
+        const auto points = lib.positions.find(mesh.name);
+        for (size_t k = 0; points != lib.positions.end() && k < points->second.size() &&
+                           k < mesh.tracks.position.keys.size();
+             ++k) {
+          const Vec3 t = points->second[k], o = mesh.tracks.position.keys[k].value;
+          EXPECT_FLOAT_EQ(o.x, t.x);
+          EXPECT_FLOAT_EQ(o.y, t.z);  // y and z swapped
+          EXPECT_FLOAT_EQ(o.z, t.y);
+        }
         const long rot = lib.rotation_keys.at(mesh.name);
         EXPECT_EQ(long(mesh.tracks.rotation.keys.size()), rot == 2 ? 3 : rot) << mesh.name << ": two keys get a third";
+        // The running orientations: lib3ds's in the file's axes and its
+        // turning sense, ours in the engine's, where the y-z mirror turns
+        // (w, v) into (w, -swap(v)). Two-key tracks differ by their
+        // tilted axis, so they are left out.
+        const auto found = lib.rotations.find(mesh.name);
+        const std::vector<Quat> theirs = found == lib.rotations.end() ? std::vector<Quat>() : found->second;
+        const auto& keys = mesh.tracks.rotation.keys;
+        for (size_t k = 0; rot != 2 && k < theirs.size() && k < keys.size(); ++k) {
+          const Quat t = theirs[k], o = keys[k].rotation;
+          const float sign = o.w * t.w - o.x * t.x - o.y * t.z - o.z * t.y < 0 ? -1.0f : 1.0f;
+          EXPECT_NEAR(o.w, sign * t.w, 1e-4f) << mesh.name << " key " << k;
+          EXPECT_NEAR(o.x, -sign * t.x, 1e-4f) << mesh.name << " key " << k;
+          EXPECT_NEAR(o.y, -sign * t.z, 1e-4f) << mesh.name << " key " << k;
+          EXPECT_NEAR(o.z, -sign * t.y, 1e-4f) << mesh.name << " key " << k;
+        }
       }
     }
 #endif

@@ -162,7 +162,7 @@ std::vector<uint8_t> SampleScene() {
   red.Add(IntPercent(0xA052, 10)).Add(IntPercent(0xA053, 20));
   red.Add(ChunkBuilder(0xA081)).Add(ChunkBuilder(0xA083)).Add(ChunkBuilder(0xA085)).Add(ChunkBuilder(0xA08C));
   red.Add(ChunkBuilder(0xA100).U16(3));
-  red.Add(MapChunk(0xA200, "bricks.png")).Add(MapChunk(0xA204, "spec.png")).Add(MapChunk(0xA210, "opac.png"));
+  red.Add(MapChunk(0xA200, "bricks.png")).Add(MapChunk(0xA204, "shine.png")).Add(MapChunk(0xA210, "opac.png"));
   red.Add(MapChunk(0xA220, "refl.png")).Add(MapChunk(0xA230, "bump.png"));
   mdata.push_back(red);
   ChunkBuilder floaty(0xAFFF);

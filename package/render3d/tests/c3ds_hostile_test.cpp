@@ -206,6 +206,28 @@ TEST(C3dsHostile, EveryByteFlippedLoadsOrFailsCleanly) {
   }
 }
 
+// Objects and nodes are found by name through an index: a file of tens of
+// thousands of both loads at once instead of comparing every pair.
+TEST(C3dsHostile, ManyObjectsAndNodesLoadInLinearTime) {
+  constexpr int kCount = 50000;
+  std::vector<ChunkBuilder> mdata, kf;
+  mdata.push_back(ChunkBuilder(0xAFFF).Add(ChunkBuilder(0xA000).Str("m")));
+  for (int k = 0; k < kCount; ++k) {
+    MeshSpec m = Triangle("T" + std::to_string(k));
+    m.groups = {{"m", {0}}};
+    mdata.push_back(testing::MeshObject(m));
+    kf.push_back(testing::ObjectNode(uint16_t(k), m.name, k % 100 ? uint16_t(k - 1) : 0xFFFF,
+                                     {testing::Track(0xB026, {{0, {}, {}, "T0"}})}));
+  }
+  const std::vector<uint8_t> bytes = File(std::move(mdata), std::move(kf));
+  C3DSScene scene;
+  ASSERT_TRUE(scene.LoadFromMemory(bytes.data(), bytes.size(), "many"));
+  EXPECT_EQ(scene.Meshes().size(), size_t(kCount));
+  EXPECT_EQ(scene.Faces().back().material, 1);
+  EXPECT_EQ(scene.Meshes().back().tracks.morph.keys[0].mesh, 0);
+  EXPECT_EQ(scene.Nodes()[size_t(scene.Meshes()[kCount - 1].node)].parent, scene.Meshes()[kCount - 2].node);
+}
+
 TEST(C3dsHostile, TheLimitsThemselvesLoad) {
   std::vector<ChunkBuilder> mats(1024, ChunkBuilder(0xAFFF));
   const std::vector<uint8_t> bytes = File(std::move(mats));

@@ -73,7 +73,7 @@ TEST_F(SampleSceneTest, MaterialsTakeTwentyFourBitColoursOnlyAfterTheDefault) {
   EXPECT_FLOAT_EQ(red.refblur, 0.2f);
   EXPECT_EQ(red.flags, 0x1FFu);  // two-sided, phong soft, wire, additive and all five maps
   EXPECT_EQ(red.texture_map, "bricks.png");
-  EXPECT_EQ(red.specular_map, "spec.png");
+  EXPECT_EQ(red.specular_map, "shine.png");
   EXPECT_EQ(red.opacity_map, "opac.png");
   EXPECT_EQ(red.reflection_map, "refl.png");
   EXPECT_EQ(red.bump_map, "bump.png");
@@ -319,6 +319,9 @@ TEST(C3dsErrors, CodesAndTexts) {
 
   C3DSScene scene;
   EXPECT_FALSE(scene.Load("/nonexistent/scene.3ds"));
+  EXPECT_EQ(scene.GetError(), kFileNotFound);
+  scene.LoadFromMemory(nullptr, 0, "");
+  EXPECT_FALSE(scene.Load(std::filesystem::temp_directory_path().string()));  // a folder is no file
   EXPECT_EQ(scene.GetError(), kFileNotFound);
 
   // An empty file: false, and the code stays what it was.

@@ -252,7 +252,8 @@ class C3DSScene {
 
   // Reads a file. An empty file returns false and leaves everything, the
   // error code included, as it was; any other failure frees the scene, sets
-  // the error code and returns false.
+  // the error code and returns false. A path that is not a regular file (a
+  // folder, a pipe, a device) is error 4, as a missing one.
   bool Load(const std::string& path);
   // The same on a buffer the caller keeps; a null buffer is error 2.
   bool LoadFromMemory(const void* data, size_t size, const std::string& name);
