@@ -44,7 +44,7 @@ set(rules
   "tests/support/|orrery framework core test_host.h test_screen.h"
   "tests/|orrery framework core test_host.h test_screen.h"
   "bench/|orrery framework nb3d core shared formula render3d runtime media EFFECTS"
-  "fuzz/|orrery framework core formula random")
+  "fuzz/|orrery framework core formula random EFFECTS")
 set(layers orrery framework nb3d core shared formula random render3d runtime media cli)
 
 file(GLOB_RECURSE sources RELATIVE ${ROOT}
