@@ -25,7 +25,7 @@ bool IsHelp(const std::string& arg) { return arg == "-h" || arg == "--help"; }
 bool AsksForHelp(const std::vector<std::string>& args) {
   static const char* const kTakesValue[] = {"-i",       "--input", "--set",   "--dyn",     "--preset", "--save-preset",
                                             "--action", "--then",   "-o",      "--output", "--size",   "--frames", "--fps",
-                                            "--values", "--crf",   "--plugins", "--out",   "--only"};
+                                            "--values", "--crf",   "--plugins", "--out",   "--only", "--frame"};
   for (size_t i = 0; i < args.size(); ++i) {
     if (!IsHelp(args[i])) continue;
     const bool is_value = i > 0 && std::find_if(std::begin(kTakesValue), std::end(kTakesValue), [&](const char* o) {
@@ -264,6 +264,34 @@ void ParseFormula(ArgReader& in, CommandLine& cl) {
   if (f.program && f.allow_given) throw UsageError("--allow belongs to the formula dialect, not --program");
 }
 
+void ParseScene(ArgReader& in, CommandLine& cl) {
+  SceneOptions& o = cl.scene;
+  bool file_given = false;
+  while (!in.Done()) {
+    const std::string arg = in.Next();
+    if (ParseCommonOption(arg, in, cl)) {
+    } else if (arg == "--vertices") {
+      in.NoValue(arg);
+      o.vertices = true;
+    } else if (arg == "--frame") {
+      const std::string text = in.Once(arg);
+      double frame = 0;
+      if (!ParseWhole(text, &frame) || !std::isfinite(frame) || std::fabs(frame) > 2147483647.0)
+        throw UsageError("--frame " + text + ": expected a frame number (such as 0, 12 or 7.5)");
+      o.frame = float(frame);
+      o.frame_given = true;
+    } else if (!arg.empty() && arg[0] == '-' && arg != "-" && !file_given) {
+      Unknown(arg, "scene");
+    } else if (file_given) {
+      Unknown(arg, "scene");
+    } else {
+      o.file = arg;
+      file_given = true;
+    }
+  }
+  if (!file_given) throw UsageError("`nimbo scene` needs a file: nimbo scene FILE [--json] [--vertices] [--frame N]");
+}
+
 }  // namespace
 
 bool ParseSize(const std::string& text, int32_t* width, int32_t* height) {
@@ -283,7 +311,8 @@ CommandLine ParseCommandLine(const std::vector<std::string>& args) {
   const std::string& command = args[0];
   std::vector<std::string> rest(args.begin() + 1, args.end());
   ArgReader in(rest);
-  const bool known = command == "list" || command == "info" || command == "render" || command == "demo";
+  const bool known =
+      command == "list" || command == "info" || command == "render" || command == "demo" || command == "scene";
   if (command == "help" || IsHelp(command)) {
     // "nimbo help render" and "nimbo --help render" answer the command's usage.
     cl.kind = CommandKind::kHelp;
@@ -291,8 +320,8 @@ CommandLine ParseCommandLine(const std::vector<std::string>& args) {
       const std::string arg = in.Next();
       if (ParseCommonOption(arg, in, cl)) continue;
       if (!cl.help_topic.empty() ||
-          (arg != "list" && arg != "info" && arg != "render" && arg != "demo" && arg != "formula"))
-        throw UsageError("no help on " + Quoted(arg) + " (commands: list, info, render, demo, formula)");
+          (arg != "list" && arg != "info" && arg != "render" && arg != "demo" && arg != "formula" && arg != "scene"))
+        throw UsageError("no help on " + Quoted(arg) + " (commands: list, info, render, demo, formula, scene)");
       cl.help_topic = arg;
     }
   } else if (known && AsksForHelp(rest)) {
@@ -325,8 +354,12 @@ CommandLine ParseCommandLine(const std::vector<std::string>& args) {
   } else if (command == "formula") {
     cl.kind = CommandKind::kFormula;
     ParseFormula(in, cl);
+  } else if (command == "scene") {
+    cl.kind = CommandKind::kScene;
+    ParseScene(in, cl);
   } else {
-    throw UsageError("unknown command " + Quoted(command) + " (commands: list, info, render, demo, formula, help)");
+    throw UsageError("unknown command " + Quoted(command) +
+                     " (commands: list, info, render, demo, formula, scene, help)");
   }
   return cl;
 }
@@ -381,6 +414,18 @@ Renders every effect (or those named by --only) on generated media into DIR/<eff
 and DIR/contact_sheet.png. DIR defaults to nimbo-demo; 48 frames at 320x180 by default.
 )";
 
+constexpr const char* kSceneUsage = R"(usage: nimbo scene FILE [--json] [--vertices] [--frame N]
+
+What a 3D Studio (.3ds) scene holds, as the 3D effects read it: version, frame range,
+ambient colour, materials (entry 0 is "default"), meshes, lights, cameras and dummies.
+Points are given as the reader stores them: the file's y and z swapped (y up).
+  --json        one JSON object: {"ok": true, "version": V, "frames": {...}, "materials": [...], ...}
+                or {"ok": false, "code": C, "message": "..."}
+  --vertices    also every vertex position and every face (three indices and the flags word)
+  --frame N     also each mesh's pose (position, rotation quaternion [w, x, y, z], scale, hidden) at frame N
+Exit codes: 0 read, 1 the file could not be read (the reader's error code and text), 2 malformed command line.
+)";
+
 }  // namespace
 
 std::string UsageText(const std::string& command) {
@@ -389,6 +434,7 @@ std::string UsageText(const std::string& command) {
   if (command == "info") return kInfoUsage;
   if (command == "demo") return kDemoUsage;
   if (command == "formula") return FormulaUsageText();
+  if (command == "scene") return kSceneUsage;
   return UsageText();
 }
 
@@ -401,6 +447,7 @@ usage:
   nimbo render EFFECT [-i IN]... -o OUT [options]
   nimbo demo [--out DIR]                   every effect on generated media: clips and a contact sheet
   nimbo formula [options] TEXT             checks and evaluates a formula (`nimbo formula -h`)
+  nimbo scene FILE [--json] [--vertices] [--frame N]   what a .3ds scene holds (`nimbo scene -h`)
   nimbo help [COMMAND] | --version         `nimbo COMMAND --help` (or -h) shows one command's options
 
 EFFECT is a name ("ChromaKeyPRO", "Blob 3D", "3D Effect\Blob 3D",

@@ -53,7 +53,14 @@ struct FormulaOptions {
   std::string text;
 };
 
-enum class CommandKind { kHelp, kVersion, kList, kInfo, kRender, kDemo, kFormula };
+struct SceneOptions {
+  std::string file;
+  bool vertices = false;   // --vertices: every vertex and face
+  bool frame_given = false;
+  float frame = 0;         // --frame N: pose every mesh at frame N
+};
+
+enum class CommandKind { kHelp, kVersion, kList, kInfo, kRender, kDemo, kFormula, kScene };
 
 struct CommandLine {
   CommandKind kind = CommandKind::kHelp;
@@ -66,6 +73,7 @@ struct CommandLine {
   RenderOptions render;
   DemoOptions demo;
   FormulaOptions formula;
+  SceneOptions scene;
 };
 
 // `args` without the program name. Throws UsageError.

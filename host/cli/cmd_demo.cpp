@@ -91,7 +91,7 @@ class DistorterPreset {
 // The stage of `entry` with the demo's settings, and for Distorter its preset
 // and a sequence swing over the clip.
 StageOptions DemoStage(const EffectEntry& entry, const DemoOptions& o, const DistorterPreset* preset) {
-  StageOptions stage{entry.name, {}, DemoSettingsFor(entry.short_name), {}, {}, {}};
+  StageOptions stage{entry.name, {}, DemoSettingsFor(entry.short_name), {}, {}, {}, {}};
   if (preset && entry.short_name == "Distorter") {
     stage.preset = preset->Path();
     stage.dyns.push_back("Sequence mixing progress=-0.89@0,0.89@" + std::to_string(double(o.frames) / kDemoFps));

@@ -12,5 +12,6 @@ int RunInfo(const CommandLine& cl);
 int RunRender(const CommandLine& cl);
 int RunDemo(const CommandLine& cl);
 int RunFormula(const CommandLine& cl);
+int RunScene(const CommandLine& cl);
 
 }  // namespace nimbo::host

@@ -24,6 +24,7 @@ int main(int argc, char** argv) {
       case CommandKind::kRender: return RunRender(cl);
       case CommandKind::kDemo: return RunDemo(cl);
       case CommandKind::kFormula: return RunFormula(cl);
+      case CommandKind::kScene: return RunScene(cl);
     }
   } catch (const UsageError& e) {
     std::fprintf(stderr, "nimbo: error: %s\n", e.what());

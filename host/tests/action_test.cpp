@@ -46,7 +46,7 @@ TEST_F(NimboTest, AFailingCommandIsOneErrorLineAndLeavesNoFile) {
     const char* message;
   };
   const std::vector<Case> cases = {
-      {{"--action", "load-tint=" + Path("missing.txt")}, 1, "copy --action load-tint="},
+      {{"--action", "load-tint=" + Path("missing.txt")}, 1, "Copy --action load-tint="},
       {{"--action", "load-tint=" + Path("bad.txt")}, 1, ": Couldn't open file"},
       {{"--action", "save-tint=" + Path("no/such/dir/t.txt")}, 1, "cannot write"},
       {{"--action", "load-nothing=" + Path("bad.txt")}, 1, "has no file command \"load-nothing\" (its commands: "

@@ -78,7 +78,22 @@ nbMatManager::nbMatManager(int32_t input_count, const char* prefix) : prefix_(pr
   slots_.resize(size_t(std::max(input_count, 0)));
 }
 
-nbMatManager::~nbMatManager() { FreeAll(); }
+nbMatManager::~nbMatManager() = default;
+
+void nbMatManager::SetEngine(nb3D* engine) {
+  ForgetBuilt();
+  engine_ = engine;
+}
+
+void nbMatManager::ForgetBuilt() {
+  for (auto& m : materials_) {
+    for (int32_t layer = 0; layer < 2; ++layer) {
+      m->layer[layer] = LayerState{};
+      ResetRuntime(m->record.tex[layer]);
+    }
+  }
+  for (InputSlot& s : slots_) s.used = 0;  // bound as before, found again on the rebuild
+}
 
 void nbMatManager::SetOutputSize(int32_t width, int32_t height) {
   out_w_ = width;

@@ -1,8 +1,40 @@
-// Blob 3D: registered with its description and settings exchange; until
-// its own implementation lands it passes input 0 through unchanged.
+// Blob 3D: metaballs. A handful of blobs float on looping paths; where their
+// summed field passes the threshold they show one soft body that splits and
+// merges as they move, polygonised every frame and covered with a material
+// (its texture inputs or pictures), environment-mapped or laid on flat.
+//
+// Files: blob_field.* (paths and the field, its row kernel scalar and SSE2).
+// The surface comes from the package's isosurface extractor with the grid's
+// border closed, so a blob pushed against the border shows a flat cap, never
+// a hole.
+//
+// Inputs: 0 "background" (the scaffolding's background and Insert FX), 1 and
+// 2 the material's texture inputs ("tex1", "tex2").
+//
+// Per frame: background, texture inputs into the material, t advanced by
+// the host clock times "Blob speed", the blobs' places, the field on a
+// grid^3 grid over a cube 100 units wide, the surface at the threshold,
+// texture coordinates (from the normals as the camera sees them, or from the
+// position), the mesh through the scaffolding's camera, present.
+#include <algorithm>
+#include <climits>
+#include <cmath>
+#include <string>
+#include <vector>
+
+#include "blob_field.h"
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
+#include "core/settings_table.h"
+#include "framework/dynvar_list.h"
+#include "orrery/services.h"
+#include "render3d/engine_loader.h"
+#include "render3d/export_3ds.h"
+#include "render3d/isosurface.h"
+#include "render3d/material_dialog.h"
+#include "render3d/material_manager.h"
+#include "render3d/scene3d.h"
 
 namespace nimbo {
 namespace {
@@ -18,9 +50,295 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       0x00239E34697957E2ull,
                                       orrery::kEffectVersion};
 
+constexpr int32_t kBackgroundInput = 0;
+constexpr int32_t kFirstTextureInput = 1;
+constexpr int32_t kTextureInputs = 2;
+constexpr const char* kMaterialName = "blobmat";
+constexpr const char* kRenderError = "CBlob3DDfx::Render Error";
+constexpr const char* kHelpPage = "helpfile/Effects/3D/Blob3D/Blob3D.htm";
+// The field's cube [-1, 1]^3 is drawn 100 units wide, like Evaluator3D's
+// default grid, so the shared camera frames both alike.
+constexpr float kWorldHalfSide = 50.0f;
+
+// ---- settings ---------------------------------------------------------------------
+struct BlobSettings {
+  int32_t count;
+  float radius;
+  float strength;
+  float threshold;
+  int32_t grid;
+  int32_t envmap;
+};
+
+constexpr DialogView kEnvmapChoice{.as = ShowAs::kChoice, .choices = "flat (from the position)|environment map"};
+constexpr SettingRow<BlobSettings> kRows[] = {
+    {"count", &BlobSettings::count, 6, nullptr, 1, blob::kMaxBlobs, "Blobs", "number of blobs"},
+    {"radius", &BlobSettings::radius, 0.3, nullptr, 0.05, 1.0, "Radius",
+     "size of one blob, as a fraction of half the cube"},
+    {"strength", &BlobSettings::strength, 1.0, nullptr, 0.1, 4.0, "Strength", "how strongly each blob pulls"},
+    {"threshold", &BlobSettings::threshold, 1.0, nullptr, 0.1, 4.0, "Threshold",
+     "field value of the surface: higher gives thinner blobs that merge later"},
+    {"grid", &BlobSettings::grid, 48, nullptr, 16, 96, "Grid", "samples along each side of the cube (detail)"},
+    {"envmap", &BlobSettings::envmap, 1, nullptr, 0, 1, "Texture coordinates",
+     "0 = laid on flat from the position, 1 = environment map from the normals", false, kEnvmapChoice},
+};
+
+// ---- dynamic variables --------------------------------------------------------------
+struct BlobVar {
+  const char* name;
+  float minimum, maximum, initial;
+};
+constexpr BlobVar kSpeedVar = {"Blob speed", -4.0f, 4.0f, 1.0f};
+constexpr BlobVar kSpreadVar = {"Blob spread", 0.0f, 1.0f, 0.45f};
+constexpr BlobVar kSizeVar = {"Blob size", 0.2f, 3.0f, 1.0f};
+
+float VarValue(const float* v, const BlobVar& var) {
+  return v && std::isfinite(*v) ? std::clamp(*v, var.minimum, var.maximum) : var.initial;
+}
+
 class CBlob3DDfx final : public CEffectBase {
  public:
-  CBlob3DDfx() : CEffectBase(kInfo, kLabelBlob3D, "helpfile/Effects/3D/Blob3D/Blob3D.htm", sizeof(CBlob3DDfx)) {}
+  CBlob3DDfx()
+      : CEffectBase(kInfo, kLabelBlob3D, kHelpPage, sizeof(CBlob3DDfx)),
+        scene_(kBackgroundInput),
+        materials_(kTextureInputs, "") {
+    ApplyDefaults<BlobSettings>(kRows, settings_);
+    materials_.LoadMaterial(0, DefaultBlobMaterial());
+    orrery::RegisterEffectAction(this, "save-3ds", "Save as 3DS...: writes the blob surface and camera last drawn",
+                                 &Save3DS, this);
+  }
+
+  ~CBlob3DDfx() override {
+    orrery::UnregisterEffectActions(this);
+    FreeAll();
+  }
+
+  const char* GetInputScreenName(int32_t index) override {
+    std::lock_guard lock(lock_);
+    if (index >= kFirstTextureInput && index < kFirstTextureInput + kTextureInputs) {
+      if (const char* name = materials_.GetInputName(index - kFirstTextureInput)) return name;
+    }
+    return CEffectBase::GetInputScreenName(index);
+  }
+
+  int32_t SendEffectMessage(int32_t a, int32_t b) override {
+    std::lock_guard lock(lock_);
+    if (engine_) engine_->Message(a, b);
+    return 0;
+  }
+
+  int32_t Initialize() override {
+    std::lock_guard lock(lock_);
+    FetchOutputSize();
+    FreeAll();
+    engine_ = CreateEngineObject(this);
+    if (!engine_) return 0;
+    if (OutputSizeKnown()) engine_->SetOutputSize(out_w_, out_h_);
+    if (!engine_->Begin()) {
+      FreeAll();
+      return 0;
+    }
+    materials_.SetEngine(engine_);
+    materials_.SetOutputSize(out_w_, out_h_);
+    materials_.BuildAll();
+    engine_->End();
+    mesh_built_ = false;
+    return 1;
+  }
+
+  int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
+    std::lock_guard lock(lock_);
+    if (!OutputSizeKnown()) return 0;
+    if (!engine_ || !scene_.BeginFrame(engine_, inputs, out_w_, out_h_)) {
+      if (engine_) engine_->ErrorReport(kRenderError);
+      return 0;
+    }
+    materials_.UpdateInputTextures(inputs, kFirstTextureInput);
+    const float t = scene_.Advance(host_context_, VarValue(speed_, kSpeedVar));
+    SceneCamera own;
+    own.position[0] = 0, own.position[1] = 60, own.position[2] = 140;
+    drawn_camera_ = scene_.ControlledCamera(own);
+    BuildMesh(t);
+    scene_.SetCamera(engine_, drawn_camera_);
+    scene_.DrawInsertFx(engine_, inputs);
+    if (!triangles_.empty()) DrawMaterialMesh(engine_, materials_, 0, vertices_, triangles_);
+    return scene_.EndFrame(engine_, output);
+  }
+
+ protected:
+  void ReadSettings(orrery::ConfigStore& store) override {
+    ReadRows<BlobSettings>(store, kRows, settings_);
+    scene_.ReadSettings(store);
+    materials_.LoadAll(store, "");
+    materials_.BuildAll();
+  }
+  void WriteSettings(orrery::ConfigStore& store) override {
+    WriteRows<BlobSettings>(store, kRows, settings_);
+    scene_.WriteSettings(store);
+    materials_.SaveAll(store, "");
+  }
+  void DeclareHostControls() override {
+    DescribeRows<BlobSettings>(host_context_, kRows);
+    scene_.DescribeSettings(host_context_);
+    dynvars_.Clear();
+    speed_ = Declare(kSpeedVar);
+    spread_ = Declare(kSpreadVar);
+    size_ = Declare(kSizeVar);
+    scene_.DeclareInsertFxVars(dynvars_);
+    scene_.DeclareCameraVars(dynvars_);
+    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
+  }
+
+  // The blob settings and the scene's, then (on OK) the material editor.
+  int32_t RunDialog() override {
+    BlobSettings edit;
+    SceneSettings scene_edit;
+    Material material;
+    {
+      std::lock_guard lock(lock_);
+      edit = settings_;
+      scene_edit = scene_.Settings();
+      material = materials_.GetMaterial(0);
+    }
+    int32_t shown = 0;
+    for (const SettingRow<BlobSettings>& row : kRows) shown += row.view.as == ShowAs::kHidden ? 0 : 1;
+    const std::vector<orrery::DialogField> scene_fields = Scene3D::DialogFields(scene_edit, shown);
+    SettingsDialog<BlobSettings> dialog(kRows, edit, {}, scene_fields);
+    if (!dialog.Run("Blob 3D", HelpPage())) return 0;
+    const bool material_edited = RunMaterialDialog(material, platform::MainWindow(), HelpPage()) != 0;
+    std::lock_guard lock(lock_);
+    settings_ = edit;
+    scene_.Settings() = scene_edit;
+    if (material_edited) materials_.LoadMaterial(0, material);
+    if (orrery::ConfigStore* store = host_context_ ? host_context_->GetConfigStore() : nullptr) WriteConfig(*store);
+    return 1;
+  }
+
+ private:
+  // The light map alone (a picture layer without a picture: lit black),
+  // so the blobs shine with no input connected; the material editor (or
+  // the key mat0mattex0texmode = 0) puts the first texture input on them.
+  static Material DefaultBlobMaterial() {
+    Material m = DefaultMaterial();
+    m.tex[0].w = m.tex[0].h = 256;
+    SetFixedText(m.name, kMaterialName);
+    return m;
+  }
+
+  float* Declare(const BlobVar& v) {
+    return dynvars_.DeclareFloat(v.name, v.minimum, v.maximum, v.initial, v.minimum, v.maximum, 0);
+  }
+
+  void BuildMesh(float t) {
+    const int32_t side = std::clamp(settings_.grid, 16, 96);
+    const float radius = std::clamp(settings_.radius, 0.05f, 1.0f) * VarValue(size_, kSizeVar);
+    const std::vector<blob::Blob> blobs =
+        blob::BlobsAt(settings_.count, t, VarValue(spread_, kSpreadVar), radius, std::clamp(settings_.strength, 0.1f, 4.0f));
+    blob::FillBlobField(blobs, side, field_);
+    IsoGrid grid;
+    grid.values = field_.data();
+    grid.nx = grid.ny = grid.nz = side;
+    const float step = 2.0f * kWorldHalfSide / float(side - 1);
+    for (int d = 0; d < 3; ++d) grid.origin[d] = -kWorldHalfSide, grid.spacing[d] = step;
+    ExtractIsosurface(grid, std::clamp(settings_.threshold, 0.1f, 4.0f), true, &surface_);
+    AssembleVertices();
+    triangles_ = surface_.triangles;
+    mesh_built_ = true;
+    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CBlob3DDfx) + field_.capacity() * sizeof(float) +
+                                                        vertices_.capacity() * sizeof(nb3D::Vertex) +
+                                                        surface_.positions.capacity() * 2 * sizeof(float) +
+                                                        triangles_.capacity() * 2 * sizeof(uint32_t)));
+  }
+
+  // Texture coordinates: from the normal as the camera sees it (a sphere
+  // map: the texture wraps the body like a reflection) or from x and y.
+  void AssembleVertices() {
+    float forward[3], right[3], up[3];
+    CameraBasis(drawn_camera_, forward, right, up);
+    vertices_.resize(surface_.VertexCount());
+    for (size_t i = 0; i < vertices_.size(); ++i) {
+      const float* p = &surface_.positions[3 * i];
+      const float* n = &surface_.normals[3 * i];
+      nb3D::Vertex& v = vertices_[i];
+      v.x = p[0], v.y = p[1], v.z = p[2];
+      v.nx = n[0], v.ny = n[1], v.nz = n[2];
+      if (settings_.envmap) {
+        v.u = 0.5f + 0.5f * (n[0] * right[0] + n[1] * right[1] + n[2] * right[2]);
+        v.v = 0.5f - 0.5f * (n[0] * up[0] + n[1] * up[1] + n[2] * up[2]);
+      } else {
+        v.u = 0.5f + 0.5f * p[0] / kWorldHalfSide;
+        v.v = 0.5f - 0.5f * p[1] / kWorldHalfSide;
+      }
+      v.u2 = v.u, v.v2 = v.v;
+    }
+  }
+
+  static void CameraBasis(const SceneCamera& c, float forward[3], float right[3], float up[3]) {
+    for (int d = 0; d < 3; ++d) forward[d] = c.target[d] - c.position[d];
+    Normalize(forward);
+    right[0] = -forward[2], right[1] = 0, right[2] = forward[0];  // forward x (0, 1, 0)
+    if (right[0] * right[0] + right[2] * right[2] < 1e-12f) right[0] = 1, right[2] = 0;
+    Normalize(right);
+    up[0] = right[1] * forward[2] - right[2] * forward[1];
+    up[1] = right[2] * forward[0] - right[0] * forward[2];
+    up[2] = right[0] * forward[1] - right[1] * forward[0];
+    const float cr = std::cos(c.roll), sr = std::sin(c.roll);
+    for (int d = 0; d < 3; ++d) {
+      const float r = right[d], u = up[d];
+      right[d] = r * cr + u * sr;
+      up[d] = u * cr - r * sr;
+    }
+  }
+  static void Normalize(float v[3]) {
+    const float length = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+    if (length > 0) v[0] /= length, v[1] /= length, v[2] /= length;
+  }
+
+  std::string Export3DS(const std::string& path) {
+    std::lock_guard lock(lock_);
+    ExportMesh mesh;
+    mesh.name = "Blob";
+    for (const nb3D::Vertex& v : vertices_) {
+      mesh.positions.insert(mesh.positions.end(), {v.x, v.y, v.z});
+      mesh.uvs.insert(mesh.uvs.end(), {v.u, v.v});
+    }
+    mesh.triangles = triangles_;
+    return ExportScene3DS(path.c_str(), engine_ != nullptr && mesh_built_, kMaterialName, materials_.GetMaterial(0),
+                          {&mesh, 1}, drawn_camera_);
+  }
+
+  static int32_t Save3DS(void* user, const char* path, std::string* message) {
+    const std::string error = static_cast<CBlob3DDfx*>(user)->Export3DS(path ? path : "");
+    if (error.empty()) return 1;
+    if (message) *message = error;
+    return 0;
+  }
+
+  void FreeAll() {
+    materials_.FreeAll();
+    materials_.SetEngine(nullptr);
+    if (engine_) {
+      scene_.Free(engine_);
+      engine_->Release();
+    }
+    engine_ = nullptr;
+    mesh_built_ = false;
+  }
+
+  BlobSettings settings_;
+  Scene3D scene_;
+  nbMatManager materials_;
+  DynVarList dynvars_;
+  float* speed_ = nullptr;
+  float* spread_ = nullptr;
+  float* size_ = nullptr;
+
+  std::vector<float> field_;
+  IsoMesh surface_;
+  std::vector<nb3D::Vertex> vertices_;
+  std::vector<uint32_t> triangles_;
+  SceneCamera drawn_camera_;
+  bool mesh_built_ = false;
 };
 
 }  // namespace

@@ -67,14 +67,19 @@ class nbMatManager {
   // `input_count`: the number of extra input screens the effect declares for
   // textures; `prefix`: the effect's name prefix for their names ("" = none).
   explicit nbMatManager(int32_t input_count = 0, const char* prefix = "");
+  // Leaves the engine alone, for the reason SetEngine gives.
   ~nbMatManager();
   nbMatManager(const nbMatManager&) = delete;
   nbMatManager& operator=(const nbMatManager&) = delete;
 
   // ---- set-up ----
-  // The engine object that receives textures and trace labels; null detaches
-  // (textures already made are forgotten, not deleted: call FreeAll first).
-  void SetEngine(nb3D* engine) { engine_ = engine; }
+  // The engine object that receives textures and trace labels; call it once
+  // per engine object, right after creating it. It forgets what was built
+  // before without calling any engine: the previous object may already be
+  // released (and a new one may even sit at the same address), and
+  // releasing an engine frees its textures and buffers anyway. Call FreeAll
+  // first to free them in an engine that lives on.
+  void SetEngine(nb3D* engine);
   nb3D* Engine() const { return engine_; }
   // The output screen size, used for layers with w or h <= 0.
   void SetOutputSize(int32_t width, int32_t height);
@@ -166,6 +171,7 @@ class nbMatManager {
   const Material& RecordAt(int32_t mat) const { return GetMaterial(mat); }
   void BuildLayer(int32_t mat, int32_t layer);
   void FreeLayer(int32_t mat, int32_t layer);
+  void ForgetBuilt();
   void Trace(const char* label);
   std::string FindPicture(const char* path) const;
 

@@ -1,8 +1,9 @@
 // A host screen as an engine texture: the engine takes power-of-two sides of
 // at most nb3D::kMaxTextureSide, so the picture sits in the top-left corner
-// of the smallest such texture that holds it (pictures larger than that are
-// sampled down to fit) and `u_scale`, `v_scale` say how much of the texture
-// it covers.
+// of the smallest such texture that holds it with two texels to spare on
+// each axis (pictures larger than that are sampled down to fit), and
+// `u_scale`, `v_scale` say how much of the texture it covers. The spare
+// texels repeat the picture's edges, so filtering never blends in black.
 #pragma once
 
 #include <cstdint>
