@@ -91,7 +91,7 @@ const Expected kExpected[] = {
     {"nimbo one\\Glitter", "Effect,Filter,", {"RGB Bitmap"}, "output", 0x016425FDE5C6C140ull},
     {"nimbo one\\Retina Killer", "Effect,Filter,", {"RGB Bitmap"}, "output", 0x0163498A3DB12937ull},
     {"nimbo one\\3D Effect\\Blob 3D", "Effect,3D,", {"background", "UNKNOWN", "UNKNOWN"}, "output",
-     0x00239E34697957E2ull},
+     0x00239E34697957E2ull, {"background", "tex1", "tex2"}},
     {"nimbo one\\3D Effect\\Donkey", "Effect,3D,", {"Background", "UNKNOWN", "UNKNOWN"}, "output",
      0x0024E38DBAA4EAA7ull},
     {"nimbo one\\3D Effect\\ImplicitBeast", "Effect,3D,", {"background", "UNKNOWN", "UNKNOWN"}, "output",
