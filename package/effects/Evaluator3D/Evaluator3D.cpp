@@ -64,7 +64,6 @@ constexpr int32_t kPictureSide = 512;
 
 constexpr const char* kTimeVar = "Evaluator time (1.0 = realtime)";
 constexpr const char* kPatternsVar = "Disable visibility patterns";
-constexpr float kTimeSpeedMin = -4.0f, kTimeSpeedMax = 4.0f;
 
 // The effect's one material from its stored keys.
 Material ToMaterial(const e3d::TextureKeys& t) {
@@ -220,8 +219,9 @@ class CEvaluator3DDfx final : public CEffectBase {
 
   void DeclareDynVars() {
     dynvars_.Clear();
-    const float speed = std::clamp(settings_.timespeed, kTimeSpeedMin, kTimeSpeedMax);
-    time_speed_ = dynvars_.DeclareFloat(kTimeVar, kTimeSpeedMin, kTimeSpeedMax, speed, kTimeSpeedMin, kTimeSpeedMax, 0);
+    const float speed = std::clamp(settings_.timespeed, e3d::kMinTimeSpeed, e3d::kMaxTimeSpeed);
+    time_speed_ = dynvars_.DeclareFloat(kTimeVar, e3d::kMinTimeSpeed, e3d::kMaxTimeSpeed, speed, e3d::kMinTimeSpeed,
+                                        e3d::kMaxTimeSpeed, 0);
     scene_.DeclareInsertFxVars(dynvars_);
     disable_patterns_ = dynvars_.DeclareBool(kPatternsVar, 0, 0);
     scene_.DeclareCameraVars(dynvars_);
@@ -285,8 +285,7 @@ class CEvaluator3DDfx final : public CEffectBase {
     }
     mesh.triangles = triangles_;
     const bool rendering = engine_ != nullptr && mesh_built_;
-    return ExportScene3DS(path.c_str(), rendering, kMaterialName, materials_.GetMaterial(0), {&mesh, 1},
-                          drawn_camera_);
+    return ExportScene3DS(path.c_str(), rendering, kMaterialName, materials_.GetMaterial(0), {&mesh, 1}, drawn_camera_);
   }
 
   // ---- file commands ----

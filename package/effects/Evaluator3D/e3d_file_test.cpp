@@ -1,5 +1,7 @@
 // E3D files: the record layout and key order, the round trip, forgiving
 // reads of damaged files, and saves that never leave half a file.
+#include "e3d_file.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -7,8 +9,6 @@
 #include <random>
 #include <sstream>
 #include <string>
-
-#include "e3d_file.h"
 
 namespace nimbo::e3d {
 namespace {
@@ -51,13 +51,26 @@ TEST(E3DFile, RecordsComeInTheirOrderAndReadBack) {
   const FormulaSet set = Unusual();
   const std::string bytes = FormatE3D(set);
   const std::vector<std::string> expected = {
-      "imax", "jmax", "hmap", "loopi", "loopj", "nvars", "dynvar0", "dynvar1", "info", "a", "b", "c", "d",
-      "e", "f", "g", "h", "x", "y", "z", "uvmode1", "u", "v", "nx", "ny", "nz", "uvmode2", "u2", "v2", "nx2",
-      "ny2", "nz2", "cx", "cy", "cz", "tx", "ty", "tz", "roll", "zoom", "front", "back", "ipattern", "jpattern"};
+      "imax", "jmax", "hmap", "loopi", "loopj",   "nvars", "dynvar0", "dynvar1", "info", "a",        "b",
+      "c",    "d",    "e",    "f",     "g",       "h",     "x",       "y",       "z",    "uvmode1",  "u",
+      "v",    "nx",   "ny",   "nz",    "uvmode2", "u2",    "v2",      "nx2",     "ny2",  "nz2",      "cx",
+      "cy",   "cz",   "tx",   "ty",    "tz",      "roll",  "zoom",    "front",   "back", "ipattern", "jpattern"};
   EXPECT_EQ(KeysOf(bytes), expected);
-  EXPECT_EQ(bytes.substr(0, 17), "@imax\0"s "33\0"s "@jmax\0"s "7\0"s);
-  EXPECT_NE(bytes.find("@nvars\0"s "2\0"s "@dynvar0\0"s "speed\0"s "@dynvar1\0"s "size\0"s), std::string::npos);
-  EXPECT_NE(bytes.find("@x\0"s "t*0\0"s), std::string::npos);
+  EXPECT_EQ(bytes.substr(0, 17),
+            "@imax\0"s
+            "33\0"s
+            "@jmax\0"s
+            "7\0"s);
+  EXPECT_NE(bytes.find("@nvars\0"s
+                       "2\0"s
+                       "@dynvar0\0"s
+                       "speed\0"s
+                       "@dynvar1\0"s
+                       "size\0"s),
+            std::string::npos);
+  EXPECT_NE(bytes.find("@x\0"s
+                       "t*0\0"s),
+            std::string::npos);
 
   FormulaSet back;
   ASSERT_TRUE(ParseE3D(bytes, back));
@@ -82,7 +95,14 @@ TEST(E3DFile, DamagedFilesLoadWhatTheyCan) {
   FormulaSet set;
   // Keys in any case; a missing "hmap"/"loopi"/"loopj" is off, other
   // missing keys take their defaults.
-  ASSERT_TRUE(ParseE3D("@IMAX\0"s "5\0"s "@X\0"s "i*3\0"s "@Loopi\0"s "1\0"s, set));
+  ASSERT_TRUE(
+      ParseE3D("@IMAX\0"s
+               "5\0"s
+               "@X\0"s
+               "i*3\0"s
+               "@Loopi\0"s
+               "1\0"s,
+               set));
   EXPECT_EQ(set.imax, 5);
   EXPECT_EQ(set.jmax, 10);
   EXPECT_EQ(set.text[kX], "i*3");
@@ -92,28 +112,57 @@ TEST(E3DFile, DamagedFilesLoadWhatTheyCan) {
   EXPECT_EQ(set.loopj, 0);
 
   // The first record of a key wins.
-  ASSERT_TRUE(ParseE3D("@y\0"s "1\0"s "@Y\0"s "2\0"s, set));
+  ASSERT_TRUE(
+      ParseE3D("@y\0"s
+               "1\0"s
+               "@Y\0"s
+               "2\0"s,
+               set));
   EXPECT_EQ(set.text[kY], "1");
 
   // A last value without its zero ends at the end of the file; a key
   // without its zero ends the records.
-  ASSERT_TRUE(ParseE3D("@jmax\0"s "12\0"s "@y\0"s "j*2"s, set));
+  ASSERT_TRUE(
+      ParseE3D("@jmax\0"s
+               "12\0"s
+               "@y\0"s
+               "j*2"s,
+               set));
   EXPECT_EQ(set.jmax, 12);
   EXPECT_EQ(set.text[kY], "j*2");
-  ASSERT_TRUE(ParseE3D("@jmax\0"s "12\0"s "@y"s, set));
+  ASSERT_TRUE(
+      ParseE3D("@jmax\0"s
+               "12\0"s
+               "@y"s,
+               set));
   EXPECT_EQ(set.text[kY], "0");
 
   // A missing zero in the middle: the value swallows the next record, the
   // records after it still read.
-  ASSERT_TRUE(ParseE3D("@imax\0"s "6"s "@jmax\0"s "8\0"s "@y\0"s "7\0"s, set));
+  ASSERT_TRUE(
+      ParseE3D("@imax\0"s
+               "6"s
+               "@jmax\0"s
+               "8\0"s
+               "@y\0"s
+               "7\0"s,
+               set));
   EXPECT_EQ(set.imax, 6);
   EXPECT_EQ(set.jmax, 10);
   EXPECT_EQ(set.text[kY], "7");
 
   // Counts and sizes are bounded.
-  std::string many = "@nvars\0"s "100000\0"s;
+  std::string many =
+      "@nvars\0"s
+      "100000\0"s;
   for (int k = 0; k < 300; ++k) many += "@dynvar" + std::to_string(k) + "\0"s + "v" + std::to_string(k) + "\0"s;
-  many += "@imax\0"s "100000\0"s "@jmax\0"s "-4\0"s "@uvmode1\0"s "99\0"s;
+  many +=
+      "@imax\0"s
+      "100000\0"s
+      "@jmax\0"s
+      "-4\0"s
+      "@uvmode1\0"s
+      "99\0"s;
   many += "@a\0"s + std::string(5000, '1') + "\0"s;
   ASSERT_TRUE(ParseE3D(many, set));
   EXPECT_EQ(set.vars.size(), 255u);
@@ -124,9 +173,18 @@ TEST(E3DFile, DamagedFilesLoadWhatTheyCan) {
   EXPECT_EQ(set.text[kA].size(), kMaxFormulaLength);
 
   // Reserved, short and repeated names are not recreated.
-  ASSERT_TRUE(ParseE3D("@nvars\0"s "4\0"s "@dynvar0\0"s "hmap\0"s "@dynvar1\0"s "q\0"s "@dynvar2\0"s "Gain\0"s
-                       "@dynvar3\0"s "gain\0"s,
-                       set));
+  ASSERT_TRUE(
+      ParseE3D("@nvars\0"s
+               "4\0"s
+               "@dynvar0\0"s
+               "hmap\0"s
+               "@dynvar1\0"s
+               "q\0"s
+               "@dynvar2\0"s
+               "Gain\0"s
+               "@dynvar3\0"s
+               "gain\0"s,
+               set));
   ASSERT_EQ(set.vars.size(), 1u);
   EXPECT_EQ(set.vars[0].name, "gain");
 

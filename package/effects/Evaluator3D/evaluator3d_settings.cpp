@@ -1,6 +1,7 @@
 #include "evaluator3d_settings.h"
 
 #include <algorithm>
+#include <cmath>
 #include <string_view>
 
 #include "formula/user_variables.h"
@@ -15,12 +16,12 @@ struct ExprKey {
   const char* key;
 };
 constexpr ExprKey kExprKeys[kFieldCount] = {
-    {kA, "expr_a"},     {kB, "expr_b"},     {kC, "expr_c"},     {kD, "expr_d"},       {kE, "expr_e"},
-    {kF, "expr_f"},     {kG, "expr_g"},     {kH, "expr_h"},     {kX, "expr_x"},       {kY, "expr_y"},
-    {kZ, "expr_z"},     {kU, "expr_u"},     {kV, "expr_v"},     {kNx, "expr_nx"},     {kNy, "expr_ny"},
-    {kNz, "expr_nz"},   {kU2, "expr_u2"},   {kV2, "expr_v2"},   {kNx2, "expr_nx2"},   {kNy2, "expr_ny2"},
-    {kNz2, "expr_nz2"}, {kCx, "expr_cx"},   {kCy, "expr_cy"},   {kCz, "expr_cz"},     {kTx, "expr_tx"},
-    {kTy, "expr_ty"},   {kTz, "expr_tz"},   {kRoll, "expr_roll"}, {kZoom, "expr_zoom"}};
+    {kA, "expr_a"},     {kB, "expr_b"},   {kC, "expr_c"},       {kD, "expr_d"},      {kE, "expr_e"},
+    {kF, "expr_f"},     {kG, "expr_g"},   {kH, "expr_h"},       {kX, "expr_x"},      {kY, "expr_y"},
+    {kZ, "expr_z"},     {kU, "expr_u"},   {kV, "expr_v"},       {kNx, "expr_nx"},    {kNy, "expr_ny"},
+    {kNz, "expr_nz"},   {kU2, "expr_u2"}, {kV2, "expr_v2"},     {kNx2, "expr_nx2"},  {kNy2, "expr_ny2"},
+    {kNz2, "expr_nz2"}, {kCx, "expr_cx"}, {kCy, "expr_cy"},     {kCz, "expr_cz"},    {kTx, "expr_tx"},
+    {kTy, "expr_ty"},   {kTz, "expr_tz"}, {kRoll, "expr_roll"}, {kZoom, "expr_zoom"}};
 
 // Walks every key in writing order. `V` provides Int(key, value&, min, max,
 // help), Float(...), Text(key, value&, is_path, help), Scene() and
@@ -29,7 +30,8 @@ constexpr ExprKey kExprKeys[kFieldCount] = {
 template <class S, class V>
 void Walk(S& s, V& v) {
   auto& set = s.set;
-  for (const ExprKey& e : kExprKeys) v.Text(e.key, set.text[size_t(e.field)], false, "formula (at most 999 characters)");
+  for (const ExprKey& e : kExprKeys)
+    v.Text(e.key, set.text[size_t(e.field)], false, "formula (at most 999 characters)");
   v.Int("rangei", set.imax, kMinGridSide, kMaxGridSide, "vertices along i (imax)");
   v.Int("rangej", set.jmax, kMinGridSide, kMaxGridSide, "vertices along j (jmax)");
   v.Int("uvmode1", set.uvmode1, 0, kUvModeCount - 1,
@@ -60,7 +62,7 @@ void Walk(S& s, V& v) {
   v.Text("texpath2", t.texpath[1], true, "second texture's picture file");
   v.Text("tex1", t.tex[0], false, "first texture's picture name");
   v.Text("tex2", t.tex[1], false, "second texture's picture name");
-  v.Float("timespeed", s.timespeed, -10, 10, "time speed (1.0 = realtime)");
+  v.Float("timespeed", s.timespeed, kMinTimeSpeed, kMaxTimeSpeed, "time speed (1.0 = realtime)");
 }
 
 std::string VarKey(size_t k, const char* field) { return "dyn" + std::to_string(k) + field; }
@@ -71,8 +73,10 @@ struct Writer {
   void Int(const char* key, int32_t v, double, double, const char*) { store.SetInt(key, v); }
   void Float(const char* key, float v, double, double, const char*) { store.SetFloat(key, v); }
   void Text(const char* key, const std::string& v, bool path, const char*) {
-    if (path) store.SetPath(key, v.c_str());
-    else store.SetString(key, v.c_str());
+    if (path)
+      store.SetPath(key, v.c_str());
+    else
+      store.SetString(key, v.c_str());
   }
   void Scene() { scene(store); }
   void UserVariables(const std::vector<UserVariable>& vars) {
@@ -106,8 +110,8 @@ struct Reader {
     // most. A variable whose name is missing, or refused by the naming
     // rules, is kept under the name "var%i", so the count stays what the
     // store says.
-    const int32_t n = std::clamp(store.GetInt("n_dynvars", int32_t(vars.size())), 0,
-                                 int32_t(formula::kMaxFormulaUserVariables));
+    const int32_t n =
+        std::clamp(store.GetInt("n_dynvars", int32_t(vars.size())), 0, int32_t(formula::kMaxFormulaUserVariables));
     std::vector<UserVariable> old = std::move(vars);
     FormulaSet fresh;
     for (size_t k = 0; k < size_t(n); ++k) {
@@ -161,6 +165,7 @@ void ReadEvaluatorSettings(orrery::ConfigStore& store, EvaluatorSettings& s, con
   for (int32_t* flag : {&t.texinfo[0], &t.texinfo[1], &t.invert_tex2, &t.sectex, &t.wire, &t.freeze[0], &t.freeze[1]})
     *flag = *flag != 0;
   t.sectype = std::clamp(t.sectype, 0, 2);
+  s.timespeed = std::isfinite(s.timespeed) ? std::clamp(s.timespeed, kMinTimeSpeed, kMaxTimeSpeed) : 1.0f;
   t.transparent = std::clamp(t.transparent, -1, 1);
 }
 

@@ -46,6 +46,9 @@ struct TextureKeys {
   std::string tex[2];
 };
 
+// The range of the time speed, stored and automated.
+inline constexpr float kMinTimeSpeed = -4.0f, kMaxTimeSpeed = 4.0f;
+
 struct EvaluatorSettings {
   FormulaSet set;
   TextureKeys texture;

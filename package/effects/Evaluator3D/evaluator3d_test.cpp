@@ -74,11 +74,10 @@ TEST_F(Evaluator3DTest, DrawsTheDefaultSurfaceAndExportsIt) {
   ASSERT_EQ(effect->Initialize(), 1);
   const std::vector<uint32_t> frame = RenderFrame(*effect, 160, 120);
   ASSERT_EQ(rendered, 1);
-  const size_t drawn = size_t(std::count_if(frame.begin(), frame.end(), [](uint32_t p) {
-    return (p & 0xFFFFFFu) != (kBackground & 0xFFFFFFu);
-  }));
-  EXPECT_GT(drawn, frame.size() / 10);   // the grid covers a good part of the picture
-  EXPECT_LT(drawn, frame.size());        // and the background shows around it
+  const size_t drawn = size_t(std::count_if(frame.begin(), frame.end(),
+                                            [](uint32_t p) { return (p & 0xFFFFFFu) != (kBackground & 0xFFFFFFu); }));
+  EXPECT_GT(drawn, frame.size() / 10);  // the grid covers a good part of the picture
+  EXPECT_LT(drawn, frame.size());       // and the background shows around it
   EXPECT_EQ(frame[0] & 0xFFFFFFu, kBackground & 0xFFFFFFu);
 
   int32_t ok = 0;

@@ -12,8 +12,8 @@ namespace {
 using F = orrery::DialogFieldType;
 
 // The formula fields in the order the editor lists them.
-constexpr Field kEditorOrder[kFieldCount] = {kA,  kB,  kC,  kD,  kE,  kF,   kG,   kH,  kX,  kY,
-                                             kZ,  kU,  kV,  kNx, kNy, kNz,  kU2,  kV2, kNx2, kNy2,
+constexpr Field kEditorOrder[kFieldCount] = {kA,   kB,  kC,  kD,  kE,  kF,  kG,  kH,    kX,   kY,
+                                             kZ,   kU,  kV,  kNx, kNy, kNz, kU2, kV2,   kNx2, kNy2,
                                              kNz2, kCx, kCy, kCz, kTx, kTy, kTz, kRoll, kZoom};
 
 constexpr const char* kUvModes =
@@ -58,7 +58,9 @@ void FormulaEditor::BuildFields() {
   fields_.clear();
   hints_.assign(kFieldCount, "");
   auto add = [&](const char* label, F type, void* value, double lo = 0, double hi = 0, const char* choices = nullptr,
-                 const char* hint = nullptr) { fields_.push_back({label, type, value, lo, hi, choices, hint}); };
+                 const char* hint = nullptr) {
+    fields_.push_back({label, type, value, lo, hi, choices, hint});
+  };
 
   add(error_text_.c_str(), F::kLabel, nullptr);
   for (Field f : kEditorOrder) {
@@ -82,7 +84,7 @@ void FormulaEditor::BuildFields() {
   add("i pattern", F::kText, &s.ipattern, 0, 0, nullptr, "a cell shows where the symbols at i and j agree");
   add("j pattern", F::kText, &s.jpattern);
   add("description", F::kText, &s.info);
-  add("time speed", F::kFloat, &edit_.timespeed, -10, 10, nullptr, "1.0 = realtime");
+  add("time speed", F::kFloat, &edit_.timespeed, kMinTimeSpeed, kMaxTimeSpeed, nullptr, "1.0 = realtime");
 
   // User variables: add by name, then edit or delete the selected one.
   add("new variable", F::kText, &new_variable_, 0, 0, nullptr, "name of a variable to add");
@@ -159,8 +161,10 @@ bool FormulaEditor::AfterOk() {
   if (load_pressed_) {
     FormulaSet loaded;
     const std::string error = LoadE3DFile(e3d_path_, loaded);
-    if (error.empty()) edit_.set = std::move(loaded);
-    else platform::ShowError("Error", error.c_str());
+    if (error.empty())
+      edit_.set = std::move(loaded);
+    else
+      platform::ShowError("Error", error.c_str());
   }
   if (save_pressed_) {
     const std::string error = SaveE3DFile(e3d_path_, edit_.set);
@@ -182,7 +186,8 @@ bool FormulaEditor::AfterOk() {
     const char* name = Info(compiled.first_error).name;
     error_text_ = "Formula " + std::string(name) + " (" + std::to_string(compiled.first_error) + ") ";
     if (!compiled.error_name.empty())
-      error_text_ += "uses \"" + compiled.error_name + "\", which it may not use: " + MayUse(compiled.first_error) + ".";
+      error_text_ +=
+          "uses \"" + compiled.error_name + "\", which it may not use: " + MayUse(compiled.first_error) + ".";
     else if (compiled.error_position >= 0)
       error_text_ += "has an error at position " + std::to_string(compiled.error_position) +
                      " (blanks removed, each name one character).";

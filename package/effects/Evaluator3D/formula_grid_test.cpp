@@ -79,10 +79,20 @@ TEST(Evaluator3DFormulas, ANameAFieldMayNotUseIsReportedByItsIndex) {
     int32_t expected;  // first failing index, -1 for none
   };
   const Case cases[] = {
-      {kA, "b", 0, kA},         {kB, "a+i+j", 0, -1},      {kC, "d", 0, kC},       {kH, "a+b+c+d+e+f+g", 0, -1},
-      {kCx, "i", 0, kCx},       {kZoom, "a", 0, kZoom},    {kCy, "t+imax+jmax+pi+screenw+screenh", 0, -1},
-      {kA, "hmap", 0, kA},      {kA, "hmap", 1, -1},       {kCx, "hmap", 1, kCx},  {kX, "h+hmap", 1, -1},
-      {kNz2, "1e5", 0, kNz2},   {kY, "2*-3", 0, kY},       {kE, "   ", 0, -1},
+      {kA, "b", 0, kA},
+      {kB, "a+i+j", 0, -1},
+      {kC, "d", 0, kC},
+      {kH, "a+b+c+d+e+f+g", 0, -1},
+      {kCx, "i", 0, kCx},
+      {kZoom, "a", 0, kZoom},
+      {kCy, "t+imax+jmax+pi+screenw+screenh", 0, -1},
+      {kA, "hmap", 0, kA},
+      {kA, "hmap", 1, -1},
+      {kCx, "hmap", 1, kCx},
+      {kX, "h+hmap", 1, -1},
+      {kNz2, "1e5", 0, kNz2},
+      {kY, "2*-3", 0, kY},
+      {kE, "   ", 0, -1},
   };
   for (const Case& c : cases) {
     FormulaSet set;
@@ -178,9 +188,8 @@ TEST(Evaluator3DFormulas, TheBlockPathGivesTheOnePointOrdersBits) {
   formula::EngineOf(formula::Dialect::kFormula).variables[formula::kHmap] = -1;
   evaluator.Evaluate(height, block);
   EXPECT_EQ(std::bit_cast<uint32_t>(TableValue(formula::kHmap)), std::bit_cast<uint32_t>(hmap_after));
-  for (auto member : {&GridValues::x, &GridValues::y, &GridValues::z, &GridValues::u2, &GridValues::v2,
-                      &GridValues::nx, &GridValues::ny, &GridValues::nz, &GridValues::sx, &GridValues::sy,
-                      &GridValues::sz}) {
+  for (auto member : {&GridValues::x, &GridValues::y, &GridValues::z, &GridValues::u2, &GridValues::v2, &GridValues::nx,
+                      &GridValues::ny, &GridValues::nz, &GridValues::sx, &GridValues::sy, &GridValues::sz}) {
     EXPECT_FALSE((one.*member).empty());
     EXPECT_TRUE(SameBits(one.*member, block.*member));
   }

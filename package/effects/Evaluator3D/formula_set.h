@@ -25,6 +25,7 @@
 
 namespace nimbo::e3d {
 
+// clang-format off
 enum Field : int32_t {
   kX = 0, kY = 1, kZ = 2, kU = 3, kV = 4,
   kA = 5, kB = 6, kC = 7, kD = 8,
@@ -33,6 +34,7 @@ enum Field : int32_t {
   kE = 20, kF = 21, kG = 22, kH = 23,
   kU2 = 24, kV2 = 25, kNx2 = 26, kNy2 = 27, kNz2 = 28,
 };
+// clang-format on
 inline constexpr int32_t kFieldCount = 29;
 // Longest text a field keeps; longer texts are cut.
 inline constexpr size_t kMaxFormulaLength = 999;
@@ -56,11 +58,11 @@ int32_t FieldByName(std::string_view name);
 
 // The texture-coordinate modes of each coordinate set.
 enum UvMode : int32_t {
-  kUvFormulas = 0,       // u, v (or u2, v2) per vertex
-  kUvEnvFaces = 1,       // environment mapping from the generated face normals (faceted)
-  kUvEnvVertices = 2,    // environment mapping from the generated vertex normals (smooth)
-  kUvEnvFormulas = 3,    // environment mapping from the normal formulas, kept square to
-                         // the surface's j tangent (sampled at j + 0.1)
+  kUvFormulas = 0,     // u, v (or u2, v2) per vertex
+  kUvEnvFaces = 1,     // environment mapping from the generated face normals (faceted)
+  kUvEnvVertices = 2,  // environment mapping from the generated vertex normals (smooth)
+  kUvEnvFormulas = 3,  // environment mapping from the normal formulas, kept square to
+                       // the surface's j tangent (sampled at j + 0.1)
 };
 inline constexpr int32_t kUvModeCount = 4;
 

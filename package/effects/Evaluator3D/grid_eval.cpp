@@ -52,7 +52,7 @@ void Resize(GridValues& out, const FormulaSet& set, const GridNeeds& needs) {
 // The output vector of vertex field `f` (kVertexFields order), or null when
 // the frame does not need it.
 std::vector<float>* OutputOf(GridValues& out, int32_t k) {
-  std::vector<float>* outs[13] = {&out.x, &out.y, &out.z, &out.u, &out.v, &out.nx, &out.ny,
+  std::vector<float>* outs[13] = {&out.x,  &out.y,  &out.z,  &out.u,   &out.v,   &out.nx, &out.ny,
                                   &out.nz, &out.u2, &out.v2, &out.nx2, &out.ny2, &out.nz2};
   return outs[k]->empty() ? nullptr : outs[k];
 }
@@ -91,7 +91,8 @@ void SetFrameVariables(const FormulaSet& set, const FrameVariables& frame) {
   table[formula::kPi] = formula::kPiValue;
   table[formula::kScreenW] = float(frame.screen_w);
   table[formula::kScreenH] = float(frame.screen_h);
-  const size_t users = std::min(frame.user_values.size(), size_t(formula::kVariableCount - formula::kFirstUserVariable));
+  const size_t users =
+      std::min(frame.user_values.size(), size_t(formula::kVariableCount - formula::kFirstUserVariable));
   for (size_t k = 0; k < users; ++k) table[formula::kFirstUserVariable + k] = frame.user_values[k];
 }
 
@@ -109,8 +110,7 @@ CameraValues EvaluateCamera(const CompiledSet& compiled) {
   return c;
 }
 
-void EvaluateGridOnePoint(const FormulaSet& set, const CompiledSet& compiled, const HeightMap& hmap,
-                          GridValues& out) {
+void EvaluateGridOnePoint(const FormulaSet& set, const CompiledSet& compiled, const HeightMap& hmap, GridValues& out) {
   const GridNeeds needs = NeedsOf(set);
   Resize(out, set, needs);
   float* table = Table();

@@ -57,16 +57,16 @@ struct GridValues {
   int32_t imax = 0;
   int32_t jmax = 0;
   std::vector<float> x, y, z;
-  std::vector<float> u, v, u2, v2;              // coordinate sets in formula mode
+  std::vector<float> u, v, u2, v2;               // coordinate sets in formula mode
   std::vector<float> nx, ny, nz, nx2, ny2, nz2;  // normal formulas of the sets in mode 3
-  std::vector<float> sx, sy, sz;                // the surface at (i, j + 0.1), for mode 3
+  std::vector<float> sx, sy, sz;                 // the surface at (i, j + 0.1), for mode 3
 };
 
 // Which per-vertex formulas a frame evaluates.
 struct GridNeeds {
-  bool uv1 = false, uv2 = false;          // u, v / u2, v2
+  bool uv1 = false, uv2 = false;            // u, v / u2, v2
   bool normals1 = false, normals2 = false;  // nx.. / nx2..
-  bool tangent = false;                   // the j + 0.1 sample
+  bool tangent = false;                     // the j + 0.1 sample
 };
 GridNeeds NeedsOf(const FormulaSet& set);
 
@@ -75,8 +75,7 @@ void SetFrameVariables(const FormulaSet& set, const FrameVariables& frame);
 CameraValues EvaluateCamera(const CompiledSet& compiled);
 
 // The literal one-point order; the reference the block path is tested against.
-void EvaluateGridOnePoint(const FormulaSet& set, const CompiledSet& compiled, const HeightMap& hmap,
-                          GridValues& out);
+void EvaluateGridOnePoint(const FormulaSet& set, const CompiledSet& compiled, const HeightMap& hmap, GridValues& out);
 
 class GridEvaluator {
  public:

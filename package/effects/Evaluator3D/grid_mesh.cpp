@@ -64,13 +64,15 @@ void SphereMap(const ViewBasis& view, Vec3 p, Vec3 n, float& u, float& v) {
 }
 
 // Texture coordinates of set 1 or 2 for every vertex by its mode.
-void FillSet(int32_t mode, int32_t set_index, const GridValues& grid,
-             const GridNormals& normals, const ViewBasis& view, std::vector<nb3D::Vertex>& vertices) {
+void FillSet(int32_t mode, int32_t set_index, const GridValues& grid, const GridNormals& normals, const ViewBasis& view,
+             std::vector<nb3D::Vertex>& vertices) {
   const size_t imax = size_t(grid.imax), jmax = size_t(grid.jmax), n = imax * jmax;
   const bool second = set_index == 2;
   auto store = [&](size_t k, float u, float v) {
-    if (second) vertices[k].u2 = u, vertices[k].v2 = v;
-    else vertices[k].u = u, vertices[k].v = v;
+    if (second)
+      vertices[k].u2 = u, vertices[k].v2 = v;
+    else
+      vertices[k].u = u, vertices[k].v = v;
   };
   if (mode == kUvFormulas) {
     const std::vector<float>& us = second ? grid.u2 : grid.u;

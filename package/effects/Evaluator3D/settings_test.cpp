@@ -51,13 +51,14 @@ TEST(Evaluator3DSettings, KeysAreWrittenInTheirOrder) {
   // The keys of the list, in order, with the user variables' own ranges
   // after each "dyn%i".
   const std::vector<std::string> expected = {
-      "expr_a", "expr_b", "expr_c", "expr_d", "expr_e", "expr_f", "expr_g", "expr_h", "expr_x", "expr_y", "expr_z",
-      "expr_u", "expr_v", "expr_nx", "expr_ny", "expr_nz", "expr_u2", "expr_v2", "expr_nx2", "expr_ny2", "expr_nz2",
-      "expr_cx", "expr_cy", "expr_cz", "expr_tx", "expr_ty", "expr_tz", "expr_roll", "expr_zoom", "rangei",
-      "rangej", "uvmode1", "uvmode2", "front", "back", "n_dynvars", "dyn0", "dyn0min", "dyn0max", "dyn0value",
-      "dyn0on", "infotext", "hmap", "loopi", "loopj", "bgtype", "bgcolor", "insertfx", "ipattern", "jpattern",
-      "texinfo1", "texinfo2", "invert_tex2", "sectex", "sectype", "transparent", "wire", "freeze1", "freeze2",
-      "texpath1", "texpath2", "tex1", "tex2", "timespeed"};
+      "expr_a",   "expr_b",   "expr_c",   "expr_d",    "expr_e",      "expr_f",  "expr_g",  "expr_h",
+      "expr_x",   "expr_y",   "expr_z",   "expr_u",    "expr_v",      "expr_nx", "expr_ny", "expr_nz",
+      "expr_u2",  "expr_v2",  "expr_nx2", "expr_ny2",  "expr_nz2",    "expr_cx", "expr_cy", "expr_cz",
+      "expr_tx",  "expr_ty",  "expr_tz",  "expr_roll", "expr_zoom",   "rangei",  "rangej",  "uvmode1",
+      "uvmode2",  "front",    "back",     "n_dynvars", "dyn0",        "dyn0min", "dyn0max", "dyn0value",
+      "dyn0on",   "infotext", "hmap",     "loopi",     "loopj",       "bgtype",  "bgcolor", "insertfx",
+      "ipattern", "jpattern", "texinfo1", "texinfo2",  "invert_tex2", "sectex",  "sectype", "transparent",
+      "wire",     "freeze1",  "freeze2",  "texpath1",  "texpath2",    "tex1",    "tex2",    "timespeed"};
   EXPECT_EQ(store.keys, expected);
   EXPECT_EQ(store.values["expr_x"], "(a-0.5)*100");
   EXPECT_EQ(store.values["expr_zoom"], "1.0");
