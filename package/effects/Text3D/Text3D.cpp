@@ -30,11 +30,11 @@
 #include "core/settings_table.h"
 #include "framework/dynvar_list.h"
 #include "orrery/services.h"
-#include "render3d/engine_loader.h"
+#include "render3d/effect_engine.h"
 #include "render3d/export_3ds.h"
-#include "render3d/material_dialog.h"
 #include "render3d/material_manager.h"
 #include "render3d/scene3d.h"
+#include "render3d/scene_dialog.h"
 #include "text_layout.h"
 
 namespace nimbo {
@@ -131,19 +131,9 @@ class CText3DDfx final : public CEffectBase {
     std::lock_guard lock(lock_);
     FetchOutputSize();
     FreeAll();
-    engine_ = CreateEngineObject(this);
-    if (!engine_) return 0;
-    if (OutputSizeKnown()) engine_->SetOutputSize(out_w_, out_h_);
-    if (!engine_->Begin()) {
-      FreeAll();
-      return 0;
-    }
-    materials_.SetEngine(engine_);
-    materials_.SetOutputSize(out_w_, out_h_);
-    materials_.BuildAll();
-    engine_->End();
+    engine_ = StartEffectEngine(this, materials_, out_w_, out_h_);
     letters_ready_ = false;
-    return 1;
+    return engine_ ? 1 : 0;
   }
 
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
@@ -204,12 +194,9 @@ class CText3DDfx final : public CEffectBase {
       scene_edit = scene_.Settings();
       material = materials_.GetMaterial(0);
     }
-    int32_t shown = 0;
-    for (const SettingRow<TextSettings>& row : kRows) shown += row.view.as == ShowAs::kHidden ? 0 : 1;
-    const std::vector<orrery::DialogField> scene_fields = Scene3D::DialogFields(scene_edit, shown);
-    SettingsDialog<TextSettings> dialog(kRows, edit, {}, scene_fields);
-    if (!dialog.Run("Text3D", HelpPage())) return 0;
-    const bool material_edited = RunMaterialDialog(material, platform::MainWindow(), HelpPage()) != 0;
+    bool material_edited = false;
+    if (!RunSceneSettingsDialog<TextSettings>("Text3D", HelpPage(), kRows, edit, scene_edit, material, &material_edited))
+      return 0;
     std::lock_guard lock(lock_);
     settings_ = edit;
     scene_.Settings() = scene_edit;
@@ -338,13 +325,7 @@ class CText3DDfx final : public CEffectBase {
   }
 
   void FreeAll() {
-    materials_.FreeAll();
-    materials_.SetEngine(nullptr);
-    if (engine_) {
-      scene_.Free(engine_);
-      engine_->Release();
-    }
-    engine_ = nullptr;
+    StopEffectEngine(engine_, scene_, materials_);
     letters_ready_ = false;
   }
 
