@@ -239,7 +239,7 @@ class CText3DDfx final : public CEffectBase {
     if (!glyphs) {
       if (error != reported_error_) {
         reported_error_ = error;
-        platform::ShowError("Text3D", ("Text3D: " + error + "; no text is drawn").c_str());
+        platform::ShowError("Text3D", (error + "; no text is drawn").c_str());
       }
       return;
     }
