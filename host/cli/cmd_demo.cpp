@@ -56,6 +56,8 @@ std::vector<std::string> DemoSettingsFor(const std::string& short_name) {
   if (short_name == "Blob 3D") return {"count=7", "mat0mattex0texmode=0", "bgtype=1"};
   // A ring of four spinning cubes wearing the title clip, over the landscape.
   if (short_name == "Donkey") return {"copies=4", "bgtype=1"};
+  // "NIMBO" waving, wearing the title clip, over the landscape.
+  if (short_name == "Text3D") return {"text=NIMBO", "size=150", "mat0mattex0texmode=0", "bgtype=1"};
   return {};
 }
 
