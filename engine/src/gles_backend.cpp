@@ -1,5 +1,7 @@
 #include "gles_backend.h"
 
+#include <algorithm>
+
 #include <EGL/eglext.h>
 
 #include <cstring>
@@ -249,6 +251,7 @@ bool GlesBackend::CreateGlObjects(std::string* error) {
   glBindVertexArray(vao_);
   glGenBuffers(1, &vertex_buffer_);
   glGenBuffers(1, &index_buffer_);
+  vertex_capacity_ = index_capacity_ = 0;
   glBindBuffer(GL_ARRAY_BUFFER, vertex_buffer_);
   glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, index_buffer_);
   const GLsizei stride = 10 * sizeof(float);
@@ -451,13 +454,25 @@ void GlesBackend::Draw(const DrawCall& call) {
     glDisable(GL_CULL_FACE);
   }
 
+  // The buffers keep their storage from draw to draw and grow only when a
+  // draw needs more: giving them new storage every draw costs the software
+  // renderer a fresh allocation (and its page faults) each time, far more
+  // than the copy.
   glBindBuffer(GL_ARRAY_BUFFER, vertex_buffer_);
-  glBufferData(GL_ARRAY_BUFFER, GLsizeiptr(call.vertex_count) * 10 * GLsizeiptr(sizeof(float)), call.vertices,
-               GL_STREAM_DRAW);
-  glBufferData(GL_ELEMENT_ARRAY_BUFFER, GLsizeiptr(call.index_count) * GLsizeiptr(sizeof(uint32_t)), call.indices,
-               GL_STREAM_DRAW);
+  Upload(GL_ARRAY_BUFFER, GLsizeiptr(call.vertex_count) * 10 * GLsizeiptr(sizeof(float)), call.vertices,
+         &vertex_capacity_);
+  Upload(GL_ELEMENT_ARRAY_BUFFER, GLsizeiptr(call.index_count) * GLsizeiptr(sizeof(uint32_t)), call.indices,
+         &index_capacity_);
   glDrawElements(call.primitive == DrawCall::kLines ? GL_LINES : GL_TRIANGLES, call.index_count, GL_UNSIGNED_INT,
                  nullptr);
+}
+
+void GlesBackend::Upload(GLenum target, GLsizeiptr bytes, const void* data, GLsizeiptr* capacity) {
+  if (bytes > *capacity) {
+    *capacity = std::max(bytes, 2 * *capacity);
+    glBufferData(target, *capacity, nullptr, GL_DYNAMIC_DRAW);
+  }
+  glBufferSubData(target, 0, bytes, data);
 }
 
 bool GlesBackend::ReadPixels(uint32_t* pixels, std::string* error) {

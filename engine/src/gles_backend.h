@@ -40,6 +40,9 @@ class GlesBackend final : public RenderBackend {
   bool ReadPixels(uint32_t* pixels, std::string* error) override;
 
  private:
+  // Copies `bytes` of `data` into the bound buffer `target`, growing its
+  // storage (tracked in *capacity) only when it is too small.
+  void Upload(GLenum target, GLsizeiptr bytes, const void* data, GLsizeiptr* capacity);
   bool CreateContext(std::string* error);
   bool CreateGlObjects(std::string* error);
   void DestroyTarget();
@@ -64,6 +67,7 @@ class GlesBackend final : public RenderBackend {
   Program plain_;  // texture times colour
   Program full_;   // and the second texture, and light
   GLuint vao_ = 0, vertex_buffer_ = 0, index_buffer_ = 0;
+  GLsizeiptr vertex_capacity_ = 0, index_capacity_ = 0;  // bytes of storage the buffers hold
   GLuint white_ = 0;
   GLuint framebuffer_ = 0, color_ = 0, depth_ = 0;
   int32_t width_ = 0, height_ = 0;
