@@ -91,8 +91,6 @@ constexpr orrery::SettingIndex kLineIndex[] = {{"n_morphs", distorter::kMaxMorph
 constexpr orrery::SettingType kFloatKey = orrery::SettingType::kFloat;
 // Line coordinates are map-grid pixels, any finite number (a line may reach
 // outside the picture).
-constexpr const char* kDestinationHelp = "destination line of the pair, map-grid pixels";
-constexpr const char* kSourceHelp = "source line of the pair, map-grid pixels";
 constexpr orrery::IndexedSettingInfo kMorphKeys[] = {
     {{"morph%iname", orrery::SettingType::kString, 0, 0, "the morph's name"}, 1, kMorphIndex},
     {{"morph%iefrom", kFloatKey, 0, 1, "ease from: how gently the move away from the morph starts"}, 1, kMorphIndex},
@@ -100,14 +98,14 @@ constexpr orrery::IndexedSettingInfo kMorphKeys[] = {
     {{"morph%in_lines", orrery::SettingType::kInt, 0, distorter::kMaxLinePairs, "number of line pairs of the morph"},
      1,
      kMorphIndex},
-    {{"morph%iline%i_l1_p1_x", kFloatKey, 0, 0, kDestinationHelp}, 2, kLineIndex},
-    {{"morph%iline%i_l1_p1_y", kFloatKey, 0, 0, kDestinationHelp}, 2, kLineIndex},
-    {{"morph%iline%i_l1_p2_x", kFloatKey, 0, 0, kDestinationHelp}, 2, kLineIndex},
-    {{"morph%iline%i_l1_p2_y", kFloatKey, 0, 0, kDestinationHelp}, 2, kLineIndex},
-    {{"morph%iline%i_l2_p1_x", kFloatKey, 0, 0, kSourceHelp}, 2, kLineIndex},
-    {{"morph%iline%i_l2_p1_y", kFloatKey, 0, 0, kSourceHelp}, 2, kLineIndex},
-    {{"morph%iline%i_l2_p2_x", kFloatKey, 0, 0, kSourceHelp}, 2, kLineIndex},
-    {{"morph%iline%i_l2_p2_y", kFloatKey, 0, 0, kSourceHelp}, 2, kLineIndex},
+    {{"morph%iline%i_l1_p1_x", kFloatKey, 0, 0, "x of the destination line's start, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l1_p1_y", kFloatKey, 0, 0, "y of the destination line's start, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l1_p2_x", kFloatKey, 0, 0, "x of the destination line's end, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l1_p2_y", kFloatKey, 0, 0, "y of the destination line's end, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l2_p1_x", kFloatKey, 0, 0, "x of the source line's start, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l2_p1_y", kFloatKey, 0, 0, "y of the source line's start, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l2_p2_x", kFloatKey, 0, 0, "x of the source line's end, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l2_p2_y", kFloatKey, 0, 0, "y of the source line's end, map-grid pixels"}, 2, kLineIndex},
 };
 
 std::string Key(const char* format, int32_t i, int32_t j = 0) {
