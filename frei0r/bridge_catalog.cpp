@@ -179,6 +179,7 @@ EffectDescription DescribeEffect(const host::Package& package, const std::string
     }
     AddVariables(stage, "", params, seen);
     for (const host::OutputValue& v : stage.OutputValues()) d.outputs.push_back(v.name);
+    d.indexed = stage.Host().IndexedSettings().Families();
   }
   // Variables that exist only under a switch (ChromaKeyPRO's "use_dynvars")
   // are parameters too; they act when the switch is set.

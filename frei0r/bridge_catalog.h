@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "bridge_params.h"
+#include "runtime/indexed_keys.h"
 #include "runtime/package_loader.h"
 
 namespace nimbo::frei0r {
@@ -35,6 +36,9 @@ struct EffectDescription {
   std::string author;
   std::vector<ParamDesc> params;
   std::vector<std::string> outputs;  // names of the published values
+  // Keys with indices formatted in: no parameters (their number follows a
+  // count), reachable through the preset.
+  std::vector<host::IndexedSettingRecord> indexed;
 };
 
 // The process-wide package, loaded on first use from the folder found for

@@ -11,6 +11,7 @@
 #include "bridge_catalog.h"
 #include "runtime/host_error.h"
 #include "runtime/pending_file.h"
+#include "runtime/settings_edit.h"
 
 namespace {
 
@@ -115,7 +116,20 @@ std::string Page(const nimbo::frei0r::EffectDescription& d, const std::string& e
             MapsTo(p) + "</td></tr>\n";
   }
   page += "</table>\n<p>Parameters left at their defaults keep what a preset holds; times jumping back or "
-          "ahead (a seek) start the effect's history over.</p>\n</body></html>\n";
+          "ahead (a seek) start the effect's history over.</p>\n";
+  if (!d.indexed.empty()) {
+    page += "<p>Keys with a number formatted in are no parameters: how many there are follows a count. Give them "
+            "in the preset (<code>nimbo render --set</code> the count, then the keys, and "
+            "<code>--save-preset</code>):</p>\n<ul>\n";
+    for (const nimbo::host::IndexedSettingRecord& family : d.indexed) {
+      const nimbo::host::SettingRecord& s = family.setting;
+      page += "<li><code>" + Html(s.key) + "</code>, " + nimbo::host::StoreTypeName(s.type);
+      if (s.minimum < s.maximum) page += " " + Number(s.minimum) + " .. " + Number(s.maximum);
+      page += ", counted by <code>" + Html(nimbo::host::CountKeysText(family)) + "</code>: " + Html(s.help) + "</li>\n";
+    }
+    page += "</ul>\n";
+  }
+  page += "</body></html>\n";
   return page;
 }
 

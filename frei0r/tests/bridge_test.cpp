@@ -10,11 +10,13 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bridge_catalog.h"
 #include "bridge_clock.h"
 #include "bridge_params.h"
+#include "orrery/services.h"
 #include "plugin_handle.h"
 #include "runtime/effect_stage.h"
 #include "runtime/settings_edit.h"
@@ -415,6 +417,71 @@ TEST(Frei0rPlugins, ColorTrackerWritesItsValuesAsCsv) {
   EXPECT_EQ(Update(p, other, 40, 24, 0.0, 0), expected[0]);
   EXPECT_EQ(Update(p, other, 40, 24, 0.04, 1), expected[1]);
   p.destruct(other);
+}
+
+// Records where the effect moves the cursor, in place of the desktop the
+// plug-in installed.
+class RecordingDesktop final : public orrery::DesktopService {
+ public:
+  RecordingDesktop() : previous_(orrery::GetDesktopService()) { orrery::SetDesktopService(this); }
+  ~RecordingDesktop() { orrery::SetDesktopService(previous_); }
+  int32_t ScreenWidth() override { return 1000; }
+  int32_t ScreenHeight() override { return 500; }
+  void MoveCursor(int32_t x, int32_t y) override { moves.push_back({x, y}); }
+  std::vector<std::pair<int32_t, int32_t>> moves;
+
+ private:
+  orrery::DesktopService* previous_;
+};
+
+// An object climbing the picture: "track y" in the CSV rises from near -1
+// to near +1, and the cursor climbs the desktop with it.
+TEST(Frei0rPlugins, ColorTrackerFollowsAnObjectMovingUpInItsCsvAndWithTheCursor) {
+  PluginHandle p = Open({"ColorTracker", Layout::kFilter});
+  ASSERT_NE(p.library, nullptr);
+  RecordingDesktop desktop;
+  const std::string path = testing::TempDir() + "/frei0r_rising.csv";
+  std::remove(path.c_str());
+  constexpr int32_t kW = 96, kH = 112;
+  f0r_instance_t instance = p.construct(kW, kH);
+  const char* text = path.c_str();
+  p.set_param(instance, &text, p.FindParam("values file"));
+  SetNumber(p, instance, "attach_mouse", 1.0);
+  SetNumber(p, instance, "smooth", 0.0);
+  for (int k = 0; k < 8; ++k) {
+    // Grey, with a pure blue disc (the default object colour) of radius 8.
+    std::vector<uint32_t> in(size_t(kW) * kH, 0xFF807870u), out(in.size());
+    const int32_t cy = 100 - 12 * k;
+    for (int32_t y = 0; y < kH; ++y) {
+      for (int32_t x = 0; x < kW; ++x) {
+        if ((x - 48) * (x - 48) + (y - cy) * (y - cy) <= 64) in[size_t(y) * kW + size_t(x)] = 0xFF0000FFu;
+      }
+    }
+    p.update(instance, k * 0.04, in.data(), out.data());
+  }
+  p.destruct(instance);
+
+  std::ifstream csv(path);
+  std::string line;
+  std::getline(csv, line);
+  ASSERT_EQ(line, "frame,time,track x,track y,orientation");
+  std::vector<double> ys;
+  while (std::getline(csv, line)) {
+    std::istringstream row(line);
+    std::string cell;
+    for (int column = 0; column <= 3 && std::getline(row, cell, ','); ++column) {
+      if (column == 3) ys.push_back(std::stod(cell));
+    }
+  }
+  std::remove(path.c_str());
+  ASSERT_EQ(ys.size(), 8u);
+  EXPECT_NEAR(ys.front(), 1 - 2 * 100 / 112.0, 0.05);
+  EXPECT_NEAR(ys.back(), 1 - 2 * 16 / 112.0, 0.05);
+  for (size_t i = 1; i < ys.size(); ++i) EXPECT_GT(ys[i], ys[i - 1]) << "frame " << i;
+  ASSERT_EQ(desktop.moves.size(), 8u);
+  EXPECT_NEAR(desktop.moves.front().second, 500 * 100 / 112.0, 5);
+  EXPECT_NEAR(desktop.moves.back().second, 500 * 16 / 112.0, 5);
+  for (size_t i = 1; i < desktop.moves.size(); ++i) EXPECT_LT(desktop.moves[i].second, desktop.moves[i - 1].second);
 }
 
 TEST(Frei0rClock, TellsSecondsFromMillisecondsAndSeeksFromFrames) {

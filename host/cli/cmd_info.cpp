@@ -11,6 +11,7 @@
 #include "cli/command_support.h"
 #include "cli/commands.h"
 #include "runtime/effect_host.h"
+#include "runtime/indexed_keys.h"
 #include "runtime/settings_edit.h"
 #include "cli/text_out.h"
 #include "orrery/services.h"
@@ -38,6 +39,7 @@ struct EffectDescription {
   std::vector<SliderRecord> sliders;  // value pointers cleared: the effect is gone
   std::vector<float> slider_values;  // each slider's value as the fresh effect had it
   std::vector<SettingRecord> described;
+  IndexedKeyTable indexed;  // keys with indices formatted in, and what counts them
   std::vector<PublishedOutput> outputs;
   std::vector<EffectAction> actions;  // file commands (--action NAME=FILE)
 };
@@ -57,6 +59,7 @@ EffectDescription Describe(const Package& package, const EffectEntry& entry) {
       s.value = nullptr;
     }
     d.described = host.DescribedSettings();
+    d.indexed = host.IndexedSettings();
     orrery::VisitOutputValues(
         effect.get(),
         [](void* user, const char* name, const char* description, float) {
@@ -126,9 +129,26 @@ void PrintJson(const EffectEntry& e, const EffectDescription& d) {
         out += ", \"min\": " + JsonNumber(r.minimum) + ", \"max\": " + JsonNumber(r.maximum);
       if (!r.help.empty()) out += ", \"help\": " + JsonString(r.help);
     }
+    if (const auto member = d.indexed.Find(s.key)) out += ", \"indexed\": " + JsonString(member->family->setting.key);
     out += "}";
   }
-  out += std::string(d.settings.empty() ? "" : "\n  ") + "],\n  \"dynvars\": [";
+  out += std::string(d.settings.empty() ? "" : "\n  ") + "],\n  \"indexed_settings\": [";
+  const std::vector<IndexedSettingRecord>& families = d.indexed.Families();
+  for (size_t i = 0; i < families.size(); ++i) {
+    const SettingRecord& r = families[i].setting;
+    out += std::string(i ? "," : "") + "\n    {\"key\": " + JsonString(r.key) + ", \"type\": " +
+           JsonString(StoreTypeName(r.type)) + ", \"counts\": [";
+    for (size_t k = 0; k < families[i].indices.size(); ++k) {
+      const IndexRecord& index = families[i].indices[k];
+      out += std::string(k ? ", " : "") + "{\"count_key\": " + JsonString(index.count_key) +
+             ", \"limit\": " + std::to_string(index.limit) + "}";
+    }
+    out += "]";
+    if (RangeOf(&r)) out += ", \"min\": " + JsonNumber(r.minimum) + ", \"max\": " + JsonNumber(r.maximum);
+    if (!r.help.empty()) out += ", \"help\": " + JsonString(r.help);
+    out += "}";
+  }
+  out += std::string(families.empty() ? "" : "\n  ") + "],\n  \"dynvars\": [";
   for (size_t i = 0; i < d.dynvars.size(); ++i) {
     const orrery::DynVar& v = d.dynvars[i];
     out += std::string(i ? "," : "") + "\n    {\"name\": " + JsonString(v.name);
@@ -182,7 +202,20 @@ void PrintText(const EffectEntry& e, const EffectDescription& d) {
         extra = "  [" + NumberText(r.minimum) + " .. " + NumberText(r.maximum) + "]";
       if (!r.help.empty()) extra += "  " + r.help;
     }
+    if (const auto member = d.indexed.Find(s.key)) extra += "  (" + member->family->setting.key + ")";
+    const SettingRecord* count = d.indexed.FindCount(s.key);
+    if (extra.empty() && count) extra = "  [0 .. " + NumberText(count->maximum) + "]  " + count->help;
     std::printf("  %-*s %-7s %s%s\n", w, s.key.c_str(), s.type.c_str(), ("\"" + s.value + "\"").c_str(), extra.c_str());
+  }
+  if (!d.indexed.Families().empty()) {
+    std::printf("\nindexed settings (each %%i from 0 to its count - 1; --set the count first, then the keys):\n");
+    for (const IndexedSettingRecord& family : d.indexed.Families()) {
+      const SettingRecord& r = family.setting;
+      const auto range = RangeOf(&r);
+      const std::string shown_range = range ? "  [" + NumberText(r.minimum) + " .. " + NumberText(r.maximum) + "]" : "";
+      std::printf("  %-*s %-7s counted by %s%s%s%s\n", w, r.key.c_str(), StoreTypeName(r.type),
+                  CountKeysText(family).c_str(), shown_range.c_str(), r.help.empty() ? "" : "  ", r.help.c_str());
+    }
   }
   std::printf("\ndynamic variables (--dyn NAME=VALUE or NAME=v0@t0,v1@t1,...):\n");
   if (d.dynvars.empty()) std::printf("  none\n");

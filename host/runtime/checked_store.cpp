@@ -27,7 +27,7 @@ double CheckedStore::Checked(const char* key, bool is_int, double def) {
   if (!elem) return def;
   NoteRead(elem);
   const std::string text = host_.Store().Document().DataAt(elem);
-  const CheckedNumber checked = CheckStoredNumber(is_int, text, RangeOf(host_.FindSetting(key)));
+  const CheckedNumber checked = CheckStoredNumber(is_int, text, RangeOf(host_.FindSettingOrFamily(key)));
   const std::string named = Quoted(key) + " = " + QuotedValue(text);
   const std::string keeping = "; keeping the default " + ShownNumber(is_int, def);
   switch (checked.fault) {

@@ -73,6 +73,29 @@ void EffectHost::DescribeSetting(const orrery::SettingInfo& info) {
   settings_.push_back(record);
 }
 
+void EffectHost::DescribeIndexedSetting(const orrery::IndexedSettingInfo& info) {
+  const orrery::SettingInfo& s = info.setting;
+  IndexedSettingRecord record{{s.key ? s.key : "", s.type, s.minimum, s.maximum, s.help ? s.help : ""}, {}};
+  // A family whose indices do not match its pattern's "%i" could never be
+  // read back; it is left undescribed.
+  if (info.index_count < 1 || info.index_count > orrery::kMaxSettingIndices || !info.indices) return;
+  for (int32_t k = 0; k < info.index_count; ++k) {
+    const orrery::SettingIndex& index = info.indices[k];
+    if (!index.count_key || index.limit < 0) return;
+    record.indices.push_back({index.count_key, index.limit});
+  }
+  const auto back = MatchPattern(record.setting.key, FormatPattern(record.setting.key, {0, 0, 0, 0}));
+  if (!back || back->size() != size_t(info.index_count)) return;
+  indexed_.Describe(std::move(record));
+}
+
+const SettingRecord* EffectHost::FindSettingOrFamily(const std::string& key) const {
+  if (const SettingRecord* own = FindSetting(key)) return own;
+  if (const SettingRecord* count = indexed_.FindCount(key)) return count;
+  const auto indexed = indexed_.Find(key);
+  return indexed ? &indexed->family->setting : nullptr;
+}
+
 std::vector<orrery::DynVar*> EffectHost::DeclaredDynVars() const {
   std::vector<orrery::DynVar*> declared;
   for (orrery::DynVar* v = dynvars_; v; v = v->next) {

@@ -5,7 +5,7 @@
 // keeps the memory service's zeroed buffers per slot, runs the host clock
 // (frame index * 1000 / fps, so renders are deterministic), and records what
 // the effect declares: sliders, its dynamic-variable list, setting metadata
-// and notifications.
+// indexed key families and notifications.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "runtime/aligned_vector.h"
+#include "runtime/indexed_keys.h"
 #include "orrery/host_context.h"
 #include "framework/settings_document.h"
 
@@ -26,14 +27,6 @@ struct SliderRecord {
   float minimum;
   float maximum;
   float initial;
-};
-
-struct SettingRecord {
-  std::string key;
-  orrery::SettingType type;
-  double minimum;
-  double maximum;
-  std::string help;
 };
 
 class EffectHost final : public orrery::HostContext {
@@ -52,6 +45,7 @@ class EffectHost final : public orrery::HostContext {
   void FreeMemory(int32_t slot) override;
   int64_t GetTimeMs() override;
   void DescribeSetting(const orrery::SettingInfo& info) override;
+  void DescribeIndexedSetting(const orrery::IndexedSettingInfo& info) override;
 
   SettingsDocument& Store() { return store_; }
   // The store the effect is given instead of Store() (a layer over it that
@@ -70,6 +64,11 @@ class EffectHost final : public orrery::HostContext {
   const SliderRecord* FindSlider(const std::string& name) const;
   const std::vector<SettingRecord>& DescribedSettings() const { return settings_; }
   const SettingRecord* FindSetting(const std::string& key) const;
+  // The families of indexed keys the effect described, and the family of a key.
+  const IndexedKeyTable& IndexedSettings() const { return indexed_; }
+  // What a key's value is checked against: its own record, a plain count
+  // key's (IndexedKeyTable::FindCount), or its family's.
+  const SettingRecord* FindSettingOrFamily(const std::string& key) const;
   size_t MemoryInUse() const;
 
  private:
@@ -82,6 +81,7 @@ class EffectHost final : public orrery::HostContext {
   orrery::DynVar* dynvars_ = nullptr;
   std::vector<SliderRecord> sliders_;
   std::vector<SettingRecord> settings_;
+  IndexedKeyTable indexed_;
   // Effects may call the memory service from their dialog thread as well.
   mutable std::mutex memory_mutex_;
   std::map<int32_t, AlignedVector<uint8_t>> memory_;

@@ -125,6 +125,8 @@ void EffectStage::ReportUnusedAndRepeatedKeys(const CheckedStore& checked, const
 // The write step on a fresh document gives every key the effect stores, with
 // its type and current value (defaults or the preset's). A key given twice
 // keeps its first value, as a preset's first element of a key is the one read.
+// The values are applied in the order given, so an indexed key may follow
+// the count that makes room for it ("alphamaplen=3", then "alphamap_2_x=1").
 void EffectStage::ApplySets(const std::vector<std::string>& sets) {
   SettingsDocument& store = host_.Store();
   store.Clear();
@@ -138,7 +140,7 @@ void EffectStage::ApplySets(const std::vector<std::string>& sets) {
       Warn("--set " + Quoted(key) + " is given more than once; " + first->second + " is used, " + set + " ignored");
       continue;
     }
-    ApplySetting(entries, set, entry_.short_name, host_.DescribedSettings());
+    ApplySetting(entries, set, entry_.short_name, host_.DescribedSettings(), &host_.IndexedSettings());
   }
   if (!store.Load(BuildSettingsDocument(entries)))
     throw HostError("cannot apply --set to " + entry_.short_name + ": " + store.GetError());

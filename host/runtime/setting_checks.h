@@ -5,8 +5,9 @@
 // a preset gets a warning and the clamped value (or the effect's default).
 //
 // A setting's range is the one the effect describes for it (what `nimbo
-// info` shows); a setting the effect describes without a range (string and
-// path settings, the indexed keys such as "alphamap_%i_x") has no range check.
+// info` shows), or the one of its family for an indexed key such as
+// "alphamap_2_x"; a setting without a range (string and path settings, line
+// coordinates) is only checked to be a finite number.
 #pragma once
 
 #include <optional>

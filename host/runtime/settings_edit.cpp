@@ -15,7 +15,45 @@ bool EnterBlock(XmlDocument& doc, const char* block) {
   return doc.IntoElem() && doc.IntoElem();  // block is the main element, then the parent
 }
 
+// Each index of `member` against its count as `entries` hold it: the count
+// key's value (0 when the effect stores no such key), at most the index's
+// limit, which is all the effect reads.
+void CheckIndices(const std::vector<SettingEntry>& entries, const std::string& assignment, const IndexedKey& member) {
+  for (size_t k = 0; k < member.indices.size(); ++k) {
+    const std::string count_key = member.CountKey(k);
+    std::string count_text = "0";
+    for (const SettingEntry& entry : entries) {
+      if (entry.key == count_key) {
+        count_text = entry.value;
+        break;
+      }
+    }
+    const std::optional<int32_t> stored = ScanInt(count_text, 10);
+    const int32_t limit = member.family->indices[k].limit;
+    const int32_t count = stored ? (*stored < 0 ? 0 : (*stored > limit ? limit : *stored)) : 0;
+    if (member.indices[k] < count) continue;
+    const std::string read_as = stored && *stored > limit ? " (read as " + std::to_string(limit) + ")" : "";
+    throw HostError("--set " + assignment + ": index " + std::to_string(member.indices[k]) + " of " +
+                    Quoted(AssignedKey(assignment)) + " is at or beyond its count " + Quoted(count_key) + " = " +
+                    count_text + read_as + "; set " + Quoted(count_key) + " earlier on the command line to use more");
+  }
+}
+
 }  // namespace
+
+const char* StoreTypeName(orrery::SettingType type) {
+  switch (type) {
+    case orrery::SettingType::kInt:
+      return "int";
+    case orrery::SettingType::kFloat:
+      return "float";
+    case orrery::SettingType::kPath:
+      return "path";
+    case orrery::SettingType::kString:
+      break;
+  }
+  return "string";
+}
 
 std::vector<SettingEntry> ReadSettingEntries(const std::string& document_text) {
   std::vector<SettingEntry> entries;
@@ -67,12 +105,18 @@ std::string AssignedKey(const std::string& assignment) {
 }
 
 void ApplySetting(std::vector<SettingEntry>& entries, const std::string& assignment, const std::string& effect,
-                  const std::vector<SettingRecord>& described) {
+                  const std::vector<SettingRecord>& described, const IndexedKeyTable* indexed) {
   const std::string key = AssignedKey(assignment);
   const std::string value = assignment.substr(key.size() + 1);
   const SettingRecord* record = nullptr;
   for (const SettingRecord& r : described) {
     if (r.key == key) record = &r;
+  }
+  if (!record && indexed) record = indexed->FindCount(key);
+  const auto member = !record && indexed ? indexed->Find(key) : std::nullopt;
+  if (member) {
+    record = &member->family->setting;
+    CheckIndices(entries, assignment, *member);
   }
   for (SettingEntry& entry : entries) {
     if (entry.key == key) {
@@ -80,8 +124,16 @@ void ApplySetting(std::vector<SettingEntry>& entries, const std::string& assignm
       return;
     }
   }
+  if (member) {
+    const std::string type = StoreTypeName(record->type);
+    entries.push_back({key, type, ParseSettingValue(key, type, value, RangeOf(record))});
+    return;
+  }
   std::string valid;
   for (const SettingEntry& entry : entries) valid += (valid.empty() ? "" : ", ") + entry.key;
+  if (indexed) {
+    for (const IndexedSettingRecord& family : indexed->Families()) valid += (valid.empty() ? "" : ", ") + family.setting.key;
+  }
   if (valid.empty()) throw HostError("--set " + assignment + ": " + effect + " has no settings");
   throw HostError("--set " + assignment + ": " + effect + " has no setting " + Quoted(key) + "; valid keys: " + valid);
 }

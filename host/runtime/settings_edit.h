@@ -20,6 +20,9 @@ struct SettingEntry {
   std::string value;  // the stored text
 };
 
+// The store's word for a setting type: "int", "float", "string" or "path".
+const char* StoreTypeName(orrery::SettingType type);
+
 // The values of the first "Settings"/"ConfigData" block, in document order.
 std::vector<SettingEntry> ReadSettingEntries(const std::string& document_text);
 // A settings document holding exactly `entries` in that order.
@@ -37,10 +40,14 @@ std::string ParseSettingValue(const std::string& key, const std::string& type, c
 std::string AssignedKey(const std::string& assignment);
 
 // Applies KEY=VALUE to `entries`, checked against the range `described`
-// gives the key. An unknown key is a HostError that lists the valid keys;
+// gives the key. A key of one of the `indexed` families is taken (added to
+// `entries` when the effect has not stored it yet) while each of its indices
+// is below its count as `entries` hold it now, so a count given earlier
+// counts; at or beyond it is a HostError naming the key, the count key and
+// its value. An unknown key is a HostError that lists the valid keys;
 // `effect` names the effect in it.
 void ApplySetting(std::vector<SettingEntry>& entries, const std::string& assignment, const std::string& effect,
-                  const std::vector<SettingRecord>& described = {});
+                  const std::vector<SettingRecord>& described = {}, const IndexedKeyTable* indexed = nullptr);
 
 // One current value of a dynamic variable, as a preset's "Dynvars" holds it.
 struct DynVarValue {

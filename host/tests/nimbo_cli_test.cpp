@@ -238,7 +238,7 @@ TEST_F(NimboTest, SetRefusesValuesOutsideTheirRangeNamingKeyValueAndRange) {
       {{"render", "ChromaKeyPRO", "-i", in, "-i", in, "--set", "chroma_rgb=0xFFFFFFFF", "-o", out},
        "\"chroma_rgb\" takes values in 0 .. 16777215"},
       {{"render", "ChromaKeyPRO", "-i", in, "-i", in, "--set", "alphamap_0_x=inf", "-o", out},
-       "--set alphamap_0_x=inf: \"alphamap_0_x\" takes a finite number"},
+       "--set alphamap_0_x=inf: \"alphamap_0_x\" takes values in 0 .. 1"},
   };
   for (const Case& c : cases) {
     const RunResult r = Run(c.args, true);
@@ -305,7 +305,8 @@ TEST_F(NimboTest, PresetValuesAreMendedWithAWarningAndSavedInRange) {
   EXPECT_NE(r.err.find("\"n_screens\" = \"100000\" is outside 1 .. 32; using 32\n"), std::string::npos) << r.err;
   EXPECT_EQ(ReadSettingEntries(ReadFile(Path("u2.xml"))).at(0).value, "32");
 
-  // A setting without a range (a numbered key) still refuses infinity.
+  // An indexed key is checked against its family's range; one beyond its
+  // count is never read.
   std::ofstream(Path("c.xml")) << "<Settings><ConfigData><data name=\"alphamaplen\" type=\"int\">2</data>"
                                   "<data name=\"alphamap_0_x\" type=\"float\">inf</data>"
                                   "<data name=\"alphamap_7_x\" type=\"float\">0.5</data></ConfigData></Settings>";
@@ -313,7 +314,7 @@ TEST_F(NimboTest, PresetValuesAreMendedWithAWarningAndSavedInRange) {
            "--save-preset", Path("c2.xml"), "-o", Path("c.png")},
           true);
   ASSERT_EQ(r.code, 0) << r.err;
-  EXPECT_NE(r.err.find("\"alphamap_0_x\" = \"inf\" is not a finite number; keeping the default 0\n"),
+  EXPECT_NE(r.err.find("\"alphamap_0_x\" = \"inf\" is outside 0 .. 1; using 1\n"),
             std::string::npos)
       << r.err;
   EXPECT_NE(r.err.find("ChromaKeyPRO does not use \"alphamap_7_x\"; ignored\n"), std::string::npos) << r.err;

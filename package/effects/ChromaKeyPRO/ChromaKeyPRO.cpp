@@ -188,6 +188,19 @@ constexpr SettingRow<ChromaKeySettings> kRows[] = {
      {ShowAs::kHidden}},
 };
 
+// The alpha map's points are no table rows: their keys carry the point's
+// index, and "alphamaplen" says how many the effect reads.
+constexpr orrery::SettingIndex kAlphaMapIndex[] = {{"alphamaplen", kMaxAlphaMapPoints}};
+constexpr orrery::IndexedSettingInfo kAlphaMapKeys[] = {
+    {{"alphamap_%i_x", orrery::SettingType::kFloat, 0, 1,
+      "alpha map point x: the transparency the key computes (not below the point before)"},
+     1,
+     kAlphaMapIndex},
+    {{"alphamap_%i_y", orrery::SettingType::kFloat, 0, 1, "alpha map point y: the transparency used"},
+     1,
+     kAlphaMapIndex},
+};
+
 using AlphaMap = std::array<AlphaPoint, kMaxAlphaMapPoints>;
 
 AlphaMap DefaultAlphaMap() {
@@ -375,6 +388,9 @@ class CChromaKeyPRODfx final : public CEffectBase {
 
   void DeclareHostControls() override {
     DescribeRows<ChromaKeySettings>(host_context_, kRows);
+    if (host_context_) {
+      for (const orrery::IndexedSettingInfo& keys : kAlphaMapKeys) host_context_->DescribeIndexedSetting(keys);
+    }
     dynvars_.Clear();
     keycolor_ = transparency_ = tolerance_ = nullptr;
     if (settings_.use_dynvars) {

@@ -1,8 +1,8 @@
 // ColorTracker: follows an object of one colour through the live image and
 // publishes its position and orientation as the output values "track x",
-// "track y" and "orientation" (each -1..1), optionally moving the mouse
-// cursor with it. The picture passes through unchanged except for the
-// optional debug overlay.
+// "track y" and "orientation" (each -1..1; y +1 at the top, angles
+// counter-clockwise), optionally moving the mouse cursor with it. The
+// picture passes through unchanged except for the optional debug overlay.
 //
 // Algorithm: a per-pixel match score from the chroma cone around the object
 // colour (the keyer's cone test), searched by CTracker (iterative shrinking
@@ -158,22 +158,29 @@ class CColorTrackerDfx final : public CEffectBase {
     const double now = host_context_ ? double(host_context_->GetTimeMs()) / 1000.0 : 0.0;
     TrackResult r = tracker_->Track(output->pixels, now);
 
+    // The tracker works in screen rows, which run top to bottom here, as do
+    // the desktop's: the cursor goes to the same place on the desktop as the
+    // object in the picture, never to its mirror image.
     const double fx = x_filter_.Push(r.x);
     const double fy = y_filter_.Push(r.y);
     if (settings_.attach_mouse) {
-      platform::MoveCursor(int32_t(platform::DesktopWidth() * fx), int32_t((1.0 - fy) * platform::DesktopHeight()));
+      platform::MoveCursor(int32_t(platform::DesktopWidth() * fx), int32_t(fy * platform::DesktopHeight()));
     }
 
-    // The axis has no head: of the two directions it allows, take the one
-    // nearer the last orientation so the output does not flip by half a turn.
-    double o = (std::atan2(double(r.axis1.y), double(r.axis1.x)) + std::numbers::pi) / (2.0 * std::numbers::pi);
+    // The published values keep the meaning they had where pictures are
+    // stored bottom-up: y and angles grow upwards. So the axis is turned
+    // upright (its y negated) before its angle is taken, and "track y" is +1
+    // at the top. The axis has no head: of the two directions it allows,
+    // take the one nearer the last orientation so the output does not flip
+    // by half a turn.
+    double o = (std::atan2(-double(r.axis1.y), double(r.axis1.x)) + std::numbers::pi) / (2.0 * std::numbers::pi);
     double flipped = std::fmod(o + 0.5, 1.0);
     if (TurnDistance(flipped, last_orientation_) < TurnDistance(o, last_orientation_)) o = flipped;
     last_orientation_ = o;
     const double fo = orientation_filter_.Push(o);
 
     track_x_ = float(2.0 * fx - 1.0);
-    track_y_ = float(2.0 * fy - 1.0);
+    track_y_ = float(1.0 - 2.0 * fy);
     orientation_ = float(2.0 * fo - 1.0);
     return 1;
   }

@@ -426,7 +426,7 @@ TEST(ColorTrackerEffect, PublishedValuesFollowAMovingDiscHoldWhenLostAndTheCurso
   }
   OwnedScreen out(240, 160);
   auto x_of = [](auto& v) { return (v["track x: x coordinate of tracked point"] + 1) / 2; };
-  auto y_of = [](auto& v) { return (v["track y: y coordinate of tracked point"] + 1) / 2; };
+  auto y_of = [](auto& v) { return (1 - v["track y: y coordinate of tracked point"]) / 2; };  // +1 at the top
   double worst = 0;
   std::map<std::string, float> values;
   for (int i = 0; i < 45; ++i) {  // 40 frames of a moving disc, then 5 without it where it was last
@@ -441,10 +441,50 @@ TEST(ColorTrackerEffect, PublishedValuesFollowAMovingDiscHoldWhenLostAndTheCurso
     EXPECT_TRUE(o >= -1.0f && o <= 1.0f) << o;
   }
   EXPECT_LT(worst, 2.0);
-  // The cursor goes to the smoothed point, y mirrored: (1000·x, (1 - y)·500).
+  // The cursor goes to the smoothed point, the same place on the desktop:
+  // (1000·x, 500·y), y counted from the top like the picture's rows.
   ASSERT_EQ(desktop.moves.size(), 45u);
   EXPECT_EQ(desktop.moves.back().first, int32_t(1000 * x_of(values)));
-  EXPECT_NEAR(desktop.moves.back().second, (1 - y_of(values)) * 500, 1);
+  EXPECT_NEAR(desktop.moves.back().second, y_of(values) * 500, 1);
+}
+
+// Upwards in the picture is upwards everywhere: an object rising from the
+// bottom towards the top makes "track y" rise from near -1 towards +1 and
+// moves the cursor up the desktop; a bar leaning like "/" points up and to
+// the right, a positive orientation below one half.
+TEST(ColorTrackerEffect, AnObjectMovingUpRaisesTrackYAndTheCursor) {
+  RecordingDesktop desktop;
+  TestHost host(200, 200);
+  host.store.Load(
+      "<Settings><ConfigData><data name=\"object_color\" type=\"int\">2113760</data>"
+      "<data name=\"smooth\" type=\"int\">0</data>"
+      "<data name=\"attach_mouse\" type=\"int\">1</data></ConfigData></Settings>");
+  auto fx = nimbo::testing::MakeEffect(kColorTracker, &host);
+  fx->UpdateConfig();
+  fx->Initialize();
+  OwnedScreen out(200, 200);
+  std::vector<float> ys;
+  float orientation = 0;
+  for (int i = 0; i < 8; ++i) {
+    host.time_ms = 40 * i;
+    OwnedScreen in = Scene(200, 200, 9);
+    // A bar 40 x 8 leaning 45 degrees up to the right (theta is measured
+    // with y down), from y = 170 up to y = 30.
+    PaintEllipse(in, 100, 170 - 20 * i, 20, 4, -std::numbers::pi / 4, kObject);
+    ASSERT_EQ(RenderOnce(*fx, {&in.screen}, &out.screen), 1);
+    auto values = Outputs(fx.get());
+    ys.push_back(values["track y: y coordinate of tracked point"]);
+    orientation = values["orientation: orientation of tracked object"];
+  }
+  EXPECT_LT(ys.front(), -0.5f);
+  EXPECT_GT(ys.back(), 0.5f);
+  for (size_t i = 1; i < ys.size(); ++i) EXPECT_GT(ys[i], ys[i - 1]) << "frame " << i;
+  ASSERT_EQ(desktop.moves.size(), 8u);
+  EXPECT_GT(desktop.moves.front().second, 400);  // near the bottom of the 500-pixel desktop
+  EXPECT_LT(desktop.moves.back().second, 100);   // near the top
+  for (size_t i = 1; i < desktop.moves.size(); ++i) EXPECT_LT(desktop.moves[i].second, desktop.moves[i - 1].second);
+  // Pointing up-right (+1/4 of a half turn) or down-left (-3/4): the same axis.
+  EXPECT_TRUE(std::fabs(orientation - 0.25f) < 0.05f || std::fabs(orientation + 0.75f) < 0.05f) << orientation;
 }
 
 }  // namespace

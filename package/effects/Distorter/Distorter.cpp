@@ -83,6 +83,31 @@ constexpr SettingRow<DistorterSettings> kTailRows[] = {
 
 constexpr const char* kSliderName = "Sequence mixing progress";
 
+// The morph keys carry the morph's index, the line keys also the pair's:
+// "n_morphs" counts the first, each morph's "morph%in_lines" the second.
+constexpr orrery::SettingIndex kMorphIndex[] = {{"n_morphs", distorter::kMaxMorphs}};
+constexpr orrery::SettingIndex kLineIndex[] = {{"n_morphs", distorter::kMaxMorphs},
+                                               {"morph%in_lines", distorter::kMaxLinePairs}};
+constexpr orrery::SettingType kFloatKey = orrery::SettingType::kFloat;
+// Line coordinates are map-grid pixels, any finite number (a line may reach
+// outside the picture).
+constexpr orrery::IndexedSettingInfo kMorphKeys[] = {
+    {{"morph%iname", orrery::SettingType::kString, 0, 0, "the morph's name"}, 1, kMorphIndex},
+    {{"morph%iefrom", kFloatKey, 0, 1, "ease from: how gently the move away from the morph starts"}, 1, kMorphIndex},
+    {{"morph%ieto", kFloatKey, 0, 1, "ease to: how gently the move into the morph ends"}, 1, kMorphIndex},
+    {{"morph%in_lines", orrery::SettingType::kInt, 0, distorter::kMaxLinePairs, "number of line pairs of the morph"},
+     1,
+     kMorphIndex},
+    {{"morph%iline%i_l1_p1_x", kFloatKey, 0, 0, "x of the destination line's start, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l1_p1_y", kFloatKey, 0, 0, "y of the destination line's start, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l1_p2_x", kFloatKey, 0, 0, "x of the destination line's end, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l1_p2_y", kFloatKey, 0, 0, "y of the destination line's end, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l2_p1_x", kFloatKey, 0, 0, "x of the source line's start, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l2_p1_y", kFloatKey, 0, 0, "y of the source line's start, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l2_p2_x", kFloatKey, 0, 0, "x of the source line's end, map-grid pixels"}, 2, kLineIndex},
+    {{"morph%iline%i_l2_p2_y", kFloatKey, 0, 0, "y of the source line's end, map-grid pixels"}, 2, kLineIndex},
+};
+
 std::string Key(const char* format, int32_t i, int32_t j = 0) {
   char key[96];
   std::snprintf(key, sizeof key, format, int(i), int(j));
@@ -226,6 +251,9 @@ class CDistorterDfx final : public CEffectBase, public distorter::MorphEditing {
     // The host's own slider parameters for this control: 100, 20000, 2000.
     DeclareSlider(kSliderName, &progress_, -1.0f, 1.0f, kMixingSliderParams);
     DescribeRows<DistorterSettings>(host_context_, kLeadRows);
+    if (host_context_) {
+      for (const orrery::IndexedSettingInfo& keys : kMorphKeys) host_context_->DescribeIndexedSetting(keys);
+    }
     DescribeRows<DistorterSettings>(host_context_, kTailRows);
   }
 

@@ -23,8 +23,16 @@ void RetinaScalar(const uint32_t* src, uint32_t* dst, uint8_t* fatigue, size_t c
   }
 }
 
+namespace {
+struct StreamSse2 {
+  static constexpr size_t kAlign = 16;
+  static void Put(uint32_t* p, __m128i v) { _mm_stream_si128(reinterpret_cast<__m128i*>(p), v); }
+  static void Finish() { _mm_sfence(); }
+};
+}  // namespace
+
 void RetinaSse2(const uint32_t* src, uint32_t* dst, uint8_t* fatigue, size_t count, const RetinaParams& params) {
-  RetinaBody<simd::Lanes128>(src, dst, fatigue, count, params);
+  RetinaBody<simd::Lanes128, StreamSse2>(src, dst, fatigue, count, params);
 }
 
 RetinaFn RetinaKernel() {

@@ -15,8 +15,16 @@
 
 namespace nimbo {
 
+namespace {
+struct StreamAvx2 {
+  static constexpr size_t kAlign = 32;
+  static void Put(uint32_t* p, __m256i v) { _mm256_stream_si256(reinterpret_cast<__m256i*>(p), v); }
+  static void Finish() { _mm_sfence(); }
+};
+}  // namespace
+
 void RetinaAvx2(const uint32_t* src, uint32_t* dst, uint8_t* fatigue, size_t count, const RetinaParams& params) {
-  RetinaBody<simd::Lanes256>(src, dst, fatigue, count, params);
+  RetinaBody<simd::Lanes256, StreamAvx2>(src, dst, fatigue, count, params);
 }
 
 }  // namespace nimbo

@@ -59,6 +59,27 @@ struct SettingInfo {
   const char* help;
 };
 
+// Keys with indices formatted in ("alphamap_%i_x", "morph%iline%i_l1_p1_x")
+// are families, not single settings: how many of them the effect reads is
+// the value of another setting, their count key. Each index of a family
+// names its count key (which may itself hold the earlier indices, as
+// "morph%in_lines" holds the morph's) and the most the effect reads whatever
+// the count says.
+struct SettingIndex {
+  const char* count_key;  // an int setting; its "%i" take the indices before this one
+  int32_t limit;          // the effect reads indices 0 .. min(count, limit) - 1
+};
+
+// Metadata of one family of indexed keys. `setting.key` is the pattern, one
+// "%i" per index (never followed by a digit, so a key reads back one way);
+// type, range and help hold for every key of the family.
+struct IndexedSettingInfo {
+  SettingInfo setting;
+  int32_t index_count;          // the number of "%i" in the pattern, 1 .. kMaxSettingIndices
+  const SettingIndex* indices;  // index_count entries, the first "%i" first
+};
+inline constexpr int32_t kMaxSettingIndices = 4;
+
 class HostContext {
  public:
   // The classic operations, in the order of the host's interface.
@@ -85,6 +106,11 @@ class HostContext {
   // Metadata of one stored setting, reported by the effect during
   // UpdateConfig. Hosts that do not show settings ignore it.
   virtual void DescribeSetting(const SettingInfo& info) = 0;
+
+  // A family of indexed keys the effect reads (during UpdateConfig, like
+  // DescribeSetting): lets a host check such keys and say what counts them.
+  // Hosts that do not check settings need not implement it.
+  virtual void DescribeIndexedSetting(const IndexedSettingInfo& info) { (void)info; }
 
  protected:
   ~HostContext() = default;
