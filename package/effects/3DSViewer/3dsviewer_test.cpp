@@ -86,8 +86,9 @@ class ViewerTest : public ::testing::Test {
     if (orrery::RunEffectAction(&effect, "load-3ds", file.c_str(), &message)) return "";
     return message.empty() ? "failed" : message;
   }
-  // Two cubes: red on the file's +x, green on its +z (up), camera on -y
-  // looking at the origin (engine axes: from +z).
+  // Two cubes: red on the file's +x, green on its +z (up), the camera on its
+  // -y looking at the origin: 3D Studio's front view. (The writer takes the
+  // engine's y-up axes and writes (x, z, y).)
   fs::path TwoCubes() {
     nimbo::C3DSWriter w;
     vt::AddColorMaterial(w, "red", 0xFF0000);
@@ -95,7 +96,7 @@ class ViewerTest : public ::testing::Test {
     const float right[3] = {25, 0, 0}, up[3] = {0, 0, 18};
     vt::AddCube(w, "Right", right, 6, "red");
     vt::AddCube(w, "Up", up, 6, "green");
-    const float position[3] = {0, 0, 100}, target[3] = {0, 0, 0};
+    const float position[3] = {0, 0, -100}, target[3] = {0, 0, 0};  // the file's (0, -100, 0)
     w.AddCamera(position, target, 0, 60);
     const fs::path file = dir / "cubes.3ds";
     EXPECT_TRUE(vt::Save(w, file.string()));
@@ -115,7 +116,8 @@ TEST_F(ViewerTest, DrawsTheMeshesWhereTheSceneCameraSeesThem) {
   const Spot red = Find(frame, Reddish), green = Find(frame, Greenish);
   ASSERT_GT(red.count, 20u);
   ASSERT_GT(green.count, 20u);
-  // The file's +x is the picture's right, its +z (up) the picture's top.
+  // The file's +x is the picture's right, its +z (up) the picture's top:
+  // not mirrored.
   EXPECT_GT(red.x, kW * 0.6);
   EXPECT_NEAR(red.y, kH / 2.0, 3.0);
   EXPECT_NEAR(green.x, kW / 2.0, 3.0);
@@ -150,7 +152,7 @@ TEST_F(ViewerTest, PlaysTheKeyframesAtThirtyFramesASecondWithLoopAndSpeed) {
   vt::AddCube(w, "Mover", origin, 5, "red");
   vt::SetSegment(w, 0, 30);
   vt::AddObjectNode(w, 100, "Mover", 0xFFFF, {{0, -30, 0, 0}, {30, 30, 0, 0}});
-  const float position[3] = {0, 0, 100}, target[3] = {0, 0, 0};
+  const float position[3] = {0, 0, -100}, target[3] = {0, 0, 0};  // the file's (0, -100, 0)
   w.AddCamera(position, target, 0, 60);
   const fs::path file = dir / "mover.3ds";
   ASSERT_TRUE(vt::Save(w, file.string()));
@@ -222,7 +224,7 @@ TEST_F(ViewerTest, TextureInputsReachTheSurfaces) {
   vt::AddColorMaterial(w, "red", 0xFF0000);
   const float origin[3] = {0, 0, 0};
   vt::AddCube(w, "Box", origin, 12, "red");
-  const float position[3] = {0, 0, 100}, target[3] = {0, 0, 0};
+  const float position[3] = {0, 0, -100}, target[3] = {0, 0, 0};  // the file's (0, -100, 0)
   w.AddCamera(position, target, 0, 60);
   const fs::path file = dir / "box.3ds";
   ASSERT_TRUE(vt::Save(w, file.string()));

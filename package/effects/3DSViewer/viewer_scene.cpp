@@ -98,8 +98,8 @@ float Bounds::Radius() const {
 }
 
 Vec3 PosedPosition(const scene3ds::Pose& pose, bool animated, Vec3 fallback) {
-  if (!animated) return fallback;
-  return {pose.world.m[0][3], pose.world.m[1][3], pose.world.m[2][3]};
+  if (!animated) return ToEngine(fallback);
+  return ToEngine({pose.world.m[0][3], pose.world.m[1][3], pose.world.m[2][3]});
 }
 
 bool HasNode(const C3DSScene& scene, scene3ds::NodeType type, int32_t index) {
@@ -180,9 +180,8 @@ void ViewerScene::BuildBatches(std::vector<DrawBatch>* batches) const {
         batches->back().material = face.material;
       }
       DrawBatch& batch = (*batches)[it->second];
-      // The file's order mirrored by the axis swap: a, c, b; a mirroring
-      // matrix turns it back.
-      const int order[3] = {0, mirrored ? 1 : 2, mirrored ? 2 : 1};
+      // The file's order, reversed where the drawn matrix mirrors.
+      const int order[3] = {0, mirrored ? 2 : 1, mirrored ? 1 : 2};
       nb3D::Vertex corner[3]{};
       bool finite = true;
       for (int k = 0; k < 3; ++k) {
@@ -190,6 +189,7 @@ void ViewerScene::BuildBatches(std::vector<DrawBatch>* batches) const {
         const Vec3& local = vertices[shape->first_vertex + face.v[c]].position;
         float p[3];
         Transform(drawn, local, p);
+        p[2] = -p[2];  // ToEngine
         finite = finite && Finite3(p);
         nb3D::Vertex& v = corner[k];
         v.x = p[0], v.y = p[1], v.z = p[2];

@@ -6,10 +6,17 @@
 // Geometry: a mesh's vertices sit in the file where the modeller left them
 // (its MESH_MATRIX says where that is); the keyframer's world matrix places
 // the object at the current frame, so a vertex is drawn at
-// world * inverse(mesh matrix) * vertex. The reader swaps y and z into the
-// engine's axes, which mirrors the scene, so every face is emitted with its
-// winding reversed (and reversed again where the drawn matrix mirrors), to
-// stay counter-clockwise as the engine's front faces are.
+// world * inverse(mesh matrix) * vertex.
+//
+// Axes: the reader stores points as (x, z, y) of the file. Swapping two axes
+// mirrors the scene, and a camera in a mirrored scene shows a mirrored
+// picture (text on a texture reads backwards, left and right trade places).
+// The viewer therefore turns the reader's points into the engine's world as
+// (x, y, -z): with the swap, a turn of the file's z-up world onto the
+// engine's y-up one, no mirror. The file's +x shows on the right and +z up
+// when its camera looks along +y, as in 3D Studio's front view. Faces keep
+// the file's winding (reversed where the drawn matrix mirrors), counter-
+// clockwise from outside as the engine's front faces are.
 //
 // Faces are flat shaded: each corner takes its face's normal (the reader
 // keeps no smoothing groups). Texture coordinates come per face corner from
@@ -92,8 +99,12 @@ class ViewerScene {
   Bounds start_bounds_;
 };
 
-// World position of a posed object that may have no keyframer node: the
-// translation of its pose's world matrix when `animated`, else `fallback`.
+// A point of the reader's axes in the engine's world: (x, y, -z).
+inline scene3ds::Vec3 ToEngine(scene3ds::Vec3 p) { return {p.x, p.y, -p.z}; }
+
+// Engine world position of a posed object that may have no keyframer node:
+// the translation of its pose's world matrix when `animated`, else
+// `fallback` (both in the reader's axes).
 scene3ds::Vec3 PosedPosition(const scene3ds::Pose& pose, bool animated, scene3ds::Vec3 fallback);
 
 // Whether a node of `type` refers to object `index`.

@@ -86,11 +86,13 @@ TEST_F(ViewerSceneTest, BatchesArePosedAsTheReaderPosesAtEveryFrame) {
       float c[3];
       Centroid(batches[m], c);
       const auto& world = reader.Meshes()[m].pose.world.m;
-      for (int d = 0; d < 3; ++d) EXPECT_NEAR(c[d], world[d][3], 1e-4f) << "frame " << frame << " mesh " << m;
+      const float engine[3] = {world[0][3], world[1][3], -world[2][3]};  // the reader's (x, z, y) turned y-up
+      for (int d = 0; d < 3; ++d) EXPECT_NEAR(c[d], engine[d], 1e-4f) << "frame " << frame << " mesh " << m;
     }
   }
-  // At key frames the keys themselves, y and z swapped: the child is the
-  // parent's position plus its own.
+  // At key frames the keys themselves, turned from the file's z-up to the
+  // engine's y-up as (x, z, -y): the child is the parent's position plus its
+  // own.
   viewer.Pose(40);
   viewer.BuildBatches(&batches);
   float parent[3], child[3];
@@ -98,12 +100,11 @@ TEST_F(ViewerSceneTest, BatchesArePosedAsTheReaderPosesAtEveryFrame) {
   Centroid(batches[1], child);
   EXPECT_NEAR(parent[0], 8, 1e-4f);
   EXPECT_NEAR(parent[1], 0, 1e-4f);
-  EXPECT_NEAR(parent[2], 6, 1e-4f);
+  EXPECT_NEAR(parent[2], -6, 1e-4f);
   EXPECT_NEAR(child[0], 8, 1e-4f);
   EXPECT_NEAR(child[1], 4, 1e-4f);
-  EXPECT_NEAR(child[2], 6, 1e-4f);
-  // Every face's normal points away from its cube's centre (the axis swap
-  // undone in the winding).
+  EXPECT_NEAR(child[2], -6, 1e-4f);
+  // Every face's normal points away from its cube's centre.
   for (size_t i = 0; i < batches[0].vertices.size(); i += 3) {
     const nb3D::Vertex& v = batches[0].vertices[i];
     const float out = (v.x - parent[0]) * v.nx + (v.y - parent[1]) * v.ny + (v.z - parent[2]) * v.nz;
