@@ -353,6 +353,9 @@ class C3DSViewerDfx final : public CEffectBase {
       if (look.scale_u != 1.0f || look.scale_v != 1.0f) {
         for (nb3D::Vertex& v : batch.vertices) v.u *= look.scale_u, v.v *= look.scale_v;
       }
+      const uint32_t flags = look.flags | (settings_.twosided ? uint32_t(nb3D::kFlagTwoSided) : 0u);
+      if (mode != viewer3ds::kLightingNone && (flags & nb3D::kFlagTwoSided))
+        viewer3ds::NormalsTowards(camera.position, batch.vertices.data(), batch.vertices.size());
       if (mode == viewer3ds::kLightingScene)
         viewer3ds::EncodeSceneLight(lights, to_camera, batch.vertices.data(), batch.vertices.size());
       nb3D::Mesh mesh{};
@@ -361,7 +364,7 @@ class C3DSViewerDfx final : public CEffectBase {
       mesh.indices = batch.indices.data();
       mesh.index_count = int32_t(batch.indices.size());
       mesh.texture = look.texture;
-      mesh.flags = look.flags | (settings_.twosided ? uint32_t(nb3D::kFlagTwoSided) : 0u);
+      mesh.flags = flags;
       mesh.color = MultiplyColors(look.color, tint);
       mesh.lit = mode == viewer3ds::kLightingNone ? 0 : 1;
       engine_->DrawMesh(mesh);

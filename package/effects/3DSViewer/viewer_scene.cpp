@@ -102,6 +102,15 @@ Vec3 PosedPosition(const scene3ds::Pose& pose, bool animated, Vec3 fallback) {
   return ToEngine({pose.world.m[0][3], pose.world.m[1][3], pose.world.m[2][3]});
 }
 
+void NormalsTowards(const float eye[3], nb3D::Vertex* vertices, size_t count) {
+  for (size_t i = 0; i + 2 < count; i += 3) {
+    nb3D::Vertex* t = vertices + i;
+    const float facing = t->nx * (eye[0] - t->x) + t->ny * (eye[1] - t->y) + t->nz * (eye[2] - t->z);
+    if (facing >= 0) continue;
+    for (int k = 0; k < 3; ++k) t[k].nx = -t[k].nx, t[k].ny = -t[k].ny, t[k].nz = -t[k].nz;
+  }
+}
+
 bool HasNode(const C3DSScene& scene, scene3ds::NodeType type, int32_t index) {
   for (const scene3ds::Node& node : scene.Nodes())
     if (node.type == type && node.object == index) return true;

@@ -99,6 +99,11 @@ class ViewerScene {
   Bounds start_bounds_;
 };
 
+// Two-sided faces seen from behind are lit as their back: each triangle
+// (three consecutive corners) whose normal faces away from `eye` gets it
+// turned round, so a model with faces wound the wrong way still takes light.
+void NormalsTowards(const float eye[3], nb3D::Vertex* vertices, size_t count);
+
 // A point of the reader's axes in the engine's world: (x, y, -z).
 inline scene3ds::Vec3 ToEngine(scene3ds::Vec3 p) { return {p.x, p.y, -p.z}; }
 

@@ -143,6 +143,16 @@ TEST(ViewerLights, SceneLightReachesTheEngineThroughTheNormal) {
   }
 }
 
+TEST(ViewerLights, TwoSidedFacesSeenFromBehindAreLitAsTheirBack) {
+  // Two triangles in the plane z = 0, one facing +z, one -z; the eye on +z.
+  std::vector<nb3D::Vertex> v(6);
+  for (int i = 0; i < 3; ++i) v[size_t(i)].nz = 1, v[size_t(i) + 3].nz = -1;
+  v[1].x = v[4].x = 1;
+  const float eye[3] = {0, 0, 10};
+  nimbo::viewer3ds::NormalsTowards(eye, v.data(), v.size());
+  for (const nb3D::Vertex& corner : v) EXPECT_EQ(corner.nz, 1.0f);
+}
+
 TEST_F(ViewerSceneTest, PicturesAreFoundBesideTheSceneWhateverTheirCase) {
   std::ofstream(dir / "bricks.png") << "x";
   const std::string scene = (dir / "house.3ds").string();
