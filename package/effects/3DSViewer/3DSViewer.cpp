@@ -182,7 +182,11 @@ class C3DSViewerDfx final : public CEffectBase {
     scene_.ReadSettings(store);
     settings_.texsize = std::clamp(settings_.texsize, 16, 1024);
     materials_dirty_ = true;
+    // A scene found in another place, or relocated by the user, is stored
+    // with its new path.
+    const std::string stored = settings_.path;
     LoadStoredScene();
+    if (settings_.path != stored) WriteConfig(store);
   }
   void WriteSettings(orrery::ConfigStore& store) override {
     WriteRows<ViewerSettings>(store, kRows, settings_);

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "bin_path.h"
+#include "orrery/picture.h"
 #include "orrery/services.h"
 #include "render3d/engine_loader.h"
 #include "test_host.h"
@@ -217,6 +218,18 @@ TEST_F(ViewerTest, MissingAndDamagedFilesGiveTheMessagesAndKeepTheScene) {
     const std::vector<uint32_t> empty = Frame(*reloaded, 0);
     EXPECT_EQ(Find(empty, Reddish).count + Find(empty, Greenish).count, 0u);
   }
+
+  // A preset made on another machine: the scene is found by its name in the
+  // host's last-used folder, and stored with its new path.
+  messages.messages.clear();
+  bin.SetRecentPath(dir.string());
+  host.store.BeginWriting();
+  host.store.SetInt("!", 1);
+  host.store.SetPath("path", "/elsewhere/cubes.3ds");
+  auto moved = nimbo::testing::MakeEffect("3DSViewer", &host);
+  moved->UpdateConfig();
+  EXPECT_TRUE(messages.messages.empty());
+  EXPECT_EQ(host.store.GetPath("path", "", nullptr), fs::absolute(good).lexically_normal().string());
 }
 
 TEST_F(ViewerTest, TextureInputsReachTheSurfaces) {
@@ -253,6 +266,44 @@ TEST_F(ViewerTest, TextureInputsReachTheSurfaces) {
   ASSERT_EQ(lit->Initialize(), 1);
   const std::vector<uint32_t> lit_frame = Frame(*lit, 0);
   EXPECT_GT(Find(lit_frame, Reddish).count, 100u) << "the camera's light falls straight on the front face";
+}
+
+// Decodes every file whose name ends in "green.png" as a green picture.
+class GreenPictures final : public orrery::PictureDecoder {
+ public:
+  GreenPictures() { orrery::SetPictureDecoder(this); }
+  ~GreenPictures() { orrery::SetPictureDecoder(nullptr); }
+  bool Decode(const char* path, int32_t* width, int32_t* height, std::vector<uint32_t>* pixels) override {
+    const std::string p = path;
+    if (p.size() < 9 || p.substr(p.size() - 9) != "green.png") return false;
+    *width = *height = 8;
+    pixels->assign(64, 0xFF00FF00u);
+    return true;
+  }
+};
+
+TEST_F(ViewerTest, TextureMapsAreFoundBesideTheSceneAndLoadedByTheHost) {
+  GreenPictures decoder;
+  nimbo::C3DSWriter w;
+  vt::AddColorMaterial(w, "painted", 0xFF0000, "C:\\MAPS\\GREEN.PNG");  // as old files name them
+  const float origin[3] = {0, 0, 0};
+  vt::AddCube(w, "Box", origin, 12, "painted");
+  const float position[3] = {0, 0, -100}, target[3] = {0, 0, 0};
+  w.AddCamera(position, target, 0, 60);
+  const fs::path file = dir / "painted.3ds";
+  ASSERT_TRUE(vt::Save(w, file.string()));
+
+  auto effect = Make();
+  ASSERT_EQ(Load(*effect, file), "");
+  const std::vector<uint32_t> without = Frame(*effect, 0);
+  EXPECT_GT(Find(without, Reddish).count, 100u) << "no picture anywhere: the material's colour";
+
+  std::ofstream(dir / "green.png") << "decoded by the test's loader";
+  auto painted = Make();
+  ASSERT_EQ(Load(*painted, file), "");
+  const std::vector<uint32_t> with = Frame(*painted, 0);
+  EXPECT_EQ(Find(with, Reddish).count, 0u);
+  EXPECT_EQ(Find(with, Greenish).count, Find(without, Reddish).count);
 }
 
 TEST_F(ViewerTest, DeclaresItsSettingsVariablesAndLoadCommand) {
