@@ -169,6 +169,8 @@ void ViewerScene::BuildBatches(std::vector<DrawBatch>* batches) const {
   const auto& meshes = scene_.Meshes();
   const auto& vertices = scene_.Vertices();
   const auto& faces = scene_.Faces();
+  int32_t last_material = -1;
+  size_t last_batch = 0;
   for (const scene3ds::Mesh& mesh : meshes) {
     if (mesh.pose.hidden || mesh.face_count == 0) continue;
     // A morph key shows the named mesh's points on this mesh's faces, when
@@ -183,12 +185,17 @@ void ViewerScene::BuildBatches(std::vector<DrawBatch>* batches) const {
     const Planar planar = has_uv ? Planar{} : PlanarFor(scene_, *shape);
     for (size_t f = 0; f < mesh.face_count; ++f) {
       const scene3ds::Face& face = faces[mesh.first_face + f];
-      auto [it, added] = slot.try_emplace(face.material, batches->size());
-      if (added) {
-        batches->push_back(DrawBatch{});
-        batches->back().material = face.material;
+      // Runs of faces share a material: look it up only when it changes.
+      if (face.material != last_material) {
+        auto [it, added] = slot.try_emplace(face.material, batches->size());
+        if (added) {
+          batches->push_back(DrawBatch{});
+          batches->back().material = face.material;
+        }
+        last_material = face.material;
+        last_batch = it->second;
       }
-      DrawBatch& batch = (*batches)[it->second];
+      DrawBatch& batch = (*batches)[last_batch];
       // The file's order, reversed where the drawn matrix mirrors.
       const int order[3] = {0, mirrored ? 2 : 1, mirrored ? 1 : 2};
       nb3D::Vertex corner[3]{};
