@@ -14,6 +14,7 @@
 #include "cli/commands.h"
 #include "cli/contact_sheet.h"
 #include "cli/demo_media.h"
+#include "cli/demo_scene.h"
 #include "runtime/effect_chain.h"
 #include "media/media_output.h"
 #include "cli/progress_bar.h"
@@ -58,6 +59,8 @@ std::vector<std::string> DemoSettingsFor(const std::string& short_name) {
   if (short_name == "Donkey") return {"copies=4", "bgtype=1"};
   // "NIMBO" waving, wearing the title clip, over the landscape.
   if (short_name == "Text3D") return {"text=NIMBO", "size=150", "mat0mattex0texmode=0", "bgtype=1"};
+  // The generated scene (DemoScene3DS) with the title clip on its box, over the landscape.
+  if (short_name == "3DSViewer") return {"texinputs=1", "bgtype=1"};
   return {};
 }
 
@@ -99,8 +102,10 @@ class DistorterPreset {
 
 // The stage of `entry` with the demo's settings, and for Distorter its preset
 // and a sequence swing over the clip.
-StageOptions DemoStage(const EffectEntry& entry, const DemoOptions& o, const DistorterPreset* preset) {
+StageOptions DemoStage(const EffectEntry& entry, const DemoOptions& o, const DistorterPreset* preset,
+                       const DemoSceneFile* scene = nullptr) {
   StageOptions stage{entry.name, {}, DemoSettingsFor(entry.short_name), {}, {}, {}, {}};
+  if (scene && entry.short_name == "3DSViewer") stage.sets.push_back("path=" + scene->Path());
   if (preset && entry.short_name == "Distorter") {
     stage.preset = preset->Path();
     stage.dyns.push_back("Sequence mixing progress=-0.89@0,0.89@" + std::to_string(double(o.frames) / kDemoFps));
@@ -129,7 +134,9 @@ DemoResult RenderDemo(const Package& package, const EffectEntry& entry, const De
   for (size_t i = 0; i < target->inputs.size(); ++i) sources.push_back(MakeDemoSource(MediaFor(*target, i), o.width, o.height, o.frames));
   std::unique_ptr<DistorterPreset> preset;
   if (entry.short_name == "Distorter") preset = std::make_unique<DistorterPreset>(o.width, o.height);
-  chain.Add(*target, DemoStage(*target, o, preset.get()), std::move(sources));
+  std::unique_ptr<DemoSceneFile> scene;
+  if (entry.short_name == "3DSViewer") scene = std::make_unique<DemoSceneFile>();
+  chain.Add(*target, DemoStage(*target, o, preset.get(), scene.get()), std::move(sources));
   if (target != &entry) chain.Add(entry, DemoStage(entry, o, preset.get()), {});
 
   auto output = CreateOutput(clip, o.width, o.height, OutputOptions{false, 23, kDemoFps});

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -20,11 +21,18 @@
 #include "runtime/pending_file.h"
 #include "cli/progress_bar.h"
 #include "cli/text_out.h"
+#include "render3d/c3ds_scene.h"
 
 namespace nimbo::host {
 namespace {
 
 constexpr double kDefaultFps = 25.0;
+// A run without inputs that loads a .3ds scene (3DSViewer's load-3ds) takes
+// its length from the scene, whose keyframes play at 30 a second, and this
+// picture size.
+constexpr int32_t kSceneWidth = 640, kSceneHeight = 480;
+constexpr double kSceneKeysPerSecond = 30.0;
+constexpr int64_t kMaxSceneFrames = 100000;
 
 // Published output values of every frame, as CSV rows streamed into the
 // pending file (in blocks, so memory stays flat however long the run).
@@ -80,6 +88,25 @@ std::vector<ActionRequest> StageActions(const StageOptions& stage) {
 }
 
 void Warn(const std::string& text) { std::fprintf(stderr, "nimbo: warning: %s\n", text.c_str()); }
+
+// The scene file the stage loads with --action load-3ds=FILE, or "".
+std::string LoadedScene(const StageOptions& stage) {
+  for (const std::string& text : stage.actions) {
+    ActionRequest request;
+    std::string problem;
+    if (ParseActionRequest(text, &request, &problem) && request.name == "load-3ds") return request.path;
+  }
+  return "";
+}
+
+// Frames at `fps` that show the scene's animation once; 1 when the file is
+// no scene (the effect's command then says so).
+int64_t SceneFrames(const std::string& path, double fps) {
+  C3DSScene scene;
+  if (!scene.Load(path)) return 1;
+  const double frames = std::ceil(double(scene.FrameCount()) / kSceneKeysPerSecond * fps);
+  return std::isfinite(frames) ? std::clamp<int64_t>(int64_t(std::min(frames, 1e12)), 1, kMaxSceneFrames) : 1;
+}
 
 // Every path the run reads and writes, for the check that no output is an
 // input or another output.
@@ -140,7 +167,9 @@ int RunRender(const CommandLine& cl) {
   }
   const FrameSource* first = sources[0].empty() ? nullptr : sources[0][0].get();
 
+  const std::string scene = first ? "" : LoadedScene(r.stages[0]);
   int32_t width = r.width, height = r.height;
+  if (width == 0 && !scene.empty()) width = kSceneWidth, height = kSceneHeight;
   if (width == 0) {
     if (!first) throw HostError(entries[0]->short_name + " has no input here: give --size WxH and --frames N");
     width = first->Width();
@@ -158,6 +187,7 @@ int RunRender(const CommandLine& cl) {
   if (fps == 0) fps = kDefaultFps;
 
   int64_t frames = r.frames;
+  if (frames < 0 && !scene.empty()) frames = SceneFrames(scene, fps);
   if (frames < 0) {
     if (!first) throw HostError(entries[0]->short_name + " has no input here: give --frames N (and --size WxH)");
     if (first->IsStill()) frames = 1;

@@ -1,20 +1,409 @@
-// 3DSViewer: registered with its description and settings exchange; until
-// its own implementation lands it passes input 0 through unchanged.
+// 3DSViewer: plays a 3D Studio (.3ds) scene: its meshes with their
+// materials (pictures named in the scene, or the eight "RGB Texture"
+// inputs), its node hierarchy and keyframe animation, seen through the
+// scene's first camera or the effect's own, lit by the scene's lights.
+//
+// Files: viewer_scene.* (playback frame, posing, triangle batches, cameras),
+// viewer_materials.* (which texture or colour each material wears),
+// viewer_lights.* (the scene's lights through the engine's one light).
+//
+// Inputs: 0 "Background" (the scaffolding's background and Insert FX),
+// 1..8 "RGB Texture" (materials with their "texinputs" bit set).
+//
+// Per frame: background; texture inputs into their textures; t advanced by
+// the host clock times "Playback speed"; the keyframer frame 30 * t from the
+// scene's start (looped or held); every object posed at it
+// (C3DSScene::SetFrame); the visible meshes drawn per material through the
+// scene's camera or the framing one, both moved by the camera variables.
+//
+// The scene file is the "path" setting (a path value, so a preset names its
+// scene); "load-3ds" loads one and stores its path. A stored scene that
+// cannot be read asks the user to relocate it.
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <cmath>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
 #include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
+#include "core/settings_table.h"
+#include "framework/dynvar_list.h"
+#include "orrery/services.h"
+#include "render3d/engine_loader.h"
+#include "render3d/material_manager.h"
+#include "render3d/scene3d.h"
+#include "viewer_lights.h"
+#include "viewer_materials.h"
+#include "viewer_scene.h"
 
 namespace nimbo {
 namespace {
+
+using viewer3ds::DrawBatch;
+using viewer3ds::ViewCamera;
+using viewer3ds::ViewerScene;
 
 constexpr orrery::InputDesc kInputs[] = {{-1, -1, "Background"}, {-1, -1, "RGB Texture"}, {-1, -1, "RGB Texture"}, {-1, -1, "RGB Texture"}, {-1, -1, "RGB Texture"}, {-1, -1, "RGB Texture"}, {-1, -1, "RGB Texture"}, {-1, -1, "RGB Texture"}, {-1, -1, "RGB Texture"}};
 constexpr orrery::EffectInfo kInfo = {kInputs, 9, {-1, -1}, "output", "nimbo one\\3D Effect\\3DSViewer", kAuthor,
                                       "Effect,3D,", 0x016691D868689F7Aull, orrery::kEffectVersion};
 
+constexpr int32_t kBackgroundInput = 0;
+constexpr int32_t kFirstTextureInput = 1;
+constexpr const char* kRenderError = "C3DSViewerDfx::Render Error";
+constexpr const char* kHelpPage = "helpfile/Effects/3D/3DSViewer/3DSViewer.htm";
+
+// The user-visible messages about scene files.
+constexpr const char* kCannotOpen = "couldn't open 3ds-file!";
+constexpr const char* kCannotFind = "Couldn't find .3ds-file '%s' or illegal file.\nRelocate file manually?";
+constexpr const char* kCaption = "3DSViewer";
+
+// ---- settings ---------------------------------------------------------------------
+struct ViewerSettings {
+  std::string path;
+  int32_t scenecam;
+  int32_t loop;
+  int32_t lighting;
+  int32_t texinputs;
+  int32_t texsize;
+  int32_t twosided;
+};
+
+constexpr DialogView kCameraChoice{.as = ShowAs::kChoice, .choices = "own camera framing the scene|the scene's camera"};
+constexpr DialogView kLightingChoice{.as = ShowAs::kChoice, .choices = "none|light from the camera|the scene's lights"};
+constexpr DialogView kInputsView{.hint = "bit k-1 set: the scene's material k shows input ((k-1) mod 8)+1"};
+constexpr SettingRow<ViewerSettings> kRows[] = {
+    {"path", &ViewerSettings::path, 0, "", 0, 0, "3ds-file", "the .3ds scene shown", true},
+    {"scenecam", &ViewerSettings::scenecam, 1, nullptr, 0, 1, "Camera",
+     "1 = the scene's first camera with its animation (the own camera when the scene has none), "
+     "0 = the effect's own camera framing the scene",
+     false, kCameraChoice},
+    {"loop", &ViewerSettings::loop, 1, nullptr, 0, 1, "Loop", "1 = the animation starts over after its last frame"},
+    {"lighting", &ViewerSettings::lighting, viewer3ds::kLightingScene, nullptr, 0, 2, "Lighting",
+     "0 = none, 1 = a light from the camera, 2 = the scene's lights (from the camera when it has none)", false,
+     kLightingChoice},
+    {"texinputs", &ViewerSettings::texinputs, 0, nullptr, 0, 255, "Texture inputs",
+     "bit mask: bit k-1 set makes the scene's material k (file order) show input ((k-1) mod 8)+1 instead of its "
+     "picture; 255 = every material",
+     false, kInputsView},
+    {"texsize", &ViewerSettings::texsize, 256, nullptr, 16, 1024, "Texture size",
+     "side in pixels of the pictures and input textures"},
+    {"twosided", &ViewerSettings::twosided, 1, nullptr, 0, 1, "Two-sided",
+     "1 = every face shows from both sides, 0 = only two-sided materials do"},
+};
+
+constexpr float kSpeedMin = -4.0f, kSpeedMax = 4.0f;
+constexpr const char* kSpeedVar = "Playback speed";
+
+uint32_t MultiplyColors(uint32_t a, uint32_t b) {
+  uint32_t out = 0xFF000000u;
+  for (int shift = 0; shift < 24; shift += 8) out |= (((a >> shift) & 255u) * ((b >> shift) & 255u) / 255u) << shift;
+  return out;
+}
+
 class C3DSViewerDfx final : public CEffectBase {
  public:
   C3DSViewerDfx()
-      : CEffectBase(kInfo, kLabelScene3DSViewer, "helpfile/Effects/3D/3DSViewer/3DSViewer.htm", sizeof(C3DSViewerDfx)) {}
+      : CEffectBase(kInfo, kLabelScene3DSViewer, kHelpPage, sizeof(C3DSViewerDfx)),
+        scene_(kBackgroundInput),
+        materials_(viewer3ds::kTextureInputs, ""),
+        viewer_(std::make_unique<ViewerScene>()) {
+    ApplyDefaults<ViewerSettings>(kRows, settings_);
+    viewer3ds::PinInputSlots(materials_);
+    orrery::RegisterEffectAction(this, "load-3ds", "Load 3DS...: shows a .3ds scene and stores its path", &Load3DS,
+                                 this);
+  }
+
+  ~C3DSViewerDfx() override {
+    orrery::UnregisterEffectActions(this);
+    FreeAll();
+  }
+
+  int32_t SendEffectMessage(int32_t a, int32_t b) override {
+    std::lock_guard lock(lock_);
+    if (engine_) engine_->Message(a, b);
+    return 0;
+  }
+
+  int32_t Initialize() override {
+    std::lock_guard lock(lock_);
+    FetchOutputSize();
+    FreeAll();
+    engine_ = CreateEngineObject(this);
+    if (!engine_) return 0;
+    if (OutputSizeKnown()) engine_->SetOutputSize(out_w_, out_h_);
+    if (!engine_->Begin()) {
+      FreeAll();
+      return 0;
+    }
+    materials_.SetEngine(engine_);
+    materials_.SetOutputSize(out_w_, out_h_);
+    RebuildMaterials();
+    engine_->End();
+    return 1;
+  }
+
+  int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
+    std::lock_guard lock(lock_);
+    if (!OutputSizeKnown()) return 0;
+    if (!engine_ || !scene_.BeginFrame(engine_, inputs, out_w_, out_h_)) {
+      if (engine_) engine_->ErrorReport(kRenderError);
+      return 0;
+    }
+    if (materials_dirty_) RebuildMaterials();
+    materials_.UpdateInputTextures(inputs, kFirstTextureInput);
+    const float speed = speed_ && std::isfinite(*speed_) ? std::clamp(*speed_, kSpeedMin, kSpeedMax) : 1.0f;
+    const float t = scene_.Advance(host_context_, speed);
+    const scene3ds::C3DSScene& s = viewer_->Scene();
+    if (viewer_->Loaded()) {
+      viewer_->Pose(viewer3ds::PlaybackFrame(s.StartFrame(), s.EndFrame(), t, settings_.loop != 0));
+      viewer_->BuildBatches(&batches_);
+    } else {
+      batches_.clear();
+    }
+    const ViewCamera view = CameraForFrame();
+    scene_.SetCamera(engine_, scene_.ControlledCamera(view.camera));
+    const SceneCamera& drawn = scene_.LastCamera();
+    engine_->SetProjection(ProjectionFor(drawn, view.fov_y_degrees));
+    scene_.DrawInsertFx(engine_, inputs);
+    DrawBatches(drawn);
+    UpdateMemorySize();
+    return scene_.EndFrame(engine_, output);
+  }
+
+ protected:
+  void ReadSettings(orrery::ConfigStore& store) override {
+    ReadRows<ViewerSettings>(store, kRows, settings_);
+    scene_.ReadSettings(store);
+    settings_.texsize = std::clamp(settings_.texsize, 16, 1024);
+    materials_dirty_ = true;
+    // A scene found in another place, or relocated by the user, is stored
+    // with its new path.
+    const std::string stored = settings_.path;
+    LoadStoredScene();
+    if (settings_.path != stored) WriteConfig(store);
+  }
+  void WriteSettings(orrery::ConfigStore& store) override {
+    WriteRows<ViewerSettings>(store, kRows, settings_);
+    scene_.WriteSettings(store);
+  }
+  void DeclareHostControls() override {
+    DescribeRows<ViewerSettings>(host_context_, kRows);
+    scene_.DescribeSettings(host_context_);
+    dynvars_.Clear();
+    speed_ = dynvars_.DeclareFloat(kSpeedVar, kSpeedMin, kSpeedMax, 1.0f, kSpeedMin, kSpeedMax, 0);
+    scene_.DeclareInsertFxVars(dynvars_);
+    scene_.DeclareCameraVars(dynvars_);
+    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
+  }
+
+  int32_t RunDialog() override {
+    ViewerSettings edit;
+    SceneSettings scene_edit;
+    {
+      std::lock_guard lock(lock_);
+      edit = settings_;
+      scene_edit = scene_.Settings();
+    }
+    int32_t shown = 0;
+    for (const SettingRow<ViewerSettings>& row : kRows) shown += row.view.as == ShowAs::kHidden ? 0 : 1;
+    const std::vector<orrery::DialogField> scene_fields = Scene3D::DialogFields(scene_edit, shown);
+    SettingsDialog<ViewerSettings> dialog(kRows, edit, {}, scene_fields);
+    if (!dialog.Run("3DSViewer", HelpPage())) return 0;
+    std::lock_guard lock(lock_);
+    const std::string chosen = edit.path;
+    edit.path = settings_.path;
+    settings_ = edit;
+    scene_.Settings() = scene_edit;
+    materials_dirty_ = true;
+    if (chosen != settings_.path && !chosen.empty()) {
+      std::string message;
+      if (!LoadScene(chosen, &message)) platform::ShowError(kCaption, message.c_str());
+    } else if (chosen.empty()) {
+      settings_.path.clear();
+      viewer_->Clear();
+    }
+    if (orrery::ConfigStore* store = host_context_ ? host_context_->GetConfigStore() : nullptr) WriteConfig(*store);
+    return 1;
+  }
+
+ private:
+  // ---- scene files ----
+  // Loads `path` in place of the current scene; on failure the current one
+  // stays and *message holds what to tell the user.
+  bool LoadScene(const std::string& path, std::string* message) {
+    auto loaded = std::make_unique<ViewerScene>();
+    if (path.empty() || loaded->Load(path) != 0) {
+      if (message) *message = kCannotOpen;
+      if (engine_ && !path.empty()) engine_->ErrorReport(scene3ds::C3DSScene::GetErrorText(loaded->Scene().GetError()));
+      return false;
+    }
+    viewer_ = std::move(loaded);
+    std::error_code ec;
+    const std::filesystem::path absolute = std::filesystem::absolute(path, ec);
+    settings_.path = ec ? path : absolute.lexically_normal().string();
+    attempted_path_ = settings_.path;
+    materials_dirty_ = true;
+    scene_.ResetClock();
+    return true;
+  }
+
+  // The scene the settings name, once per stored path: at its stored place,
+  // else by its file name in the host's recent and plug-ins folders (a
+  // preset made on another machine); else the user is asked to relocate it.
+  void LoadStoredScene() {
+    if (settings_.path == attempted_path_) return;
+    attempted_path_ = settings_.path;
+    if (settings_.path.empty()) {
+      viewer_->Clear();
+      return;
+    }
+    for (const std::string& candidate : StoredPathCandidates(settings_.path)) {
+      if (LoadScene(candidate, nullptr)) return;
+    }
+    viewer_->Clear();
+    std::vector<char> text(std::strlen(kCannotFind) + settings_.path.size() + 1);
+    std::snprintf(text.data(), text.size(), kCannotFind, settings_.path.c_str());
+    platform::ShowWarning(kCaption, text.data());
+    Relocate();
+  }
+
+  static std::vector<std::string> StoredPathCandidates(const std::string& stored) {
+    std::vector<std::string> candidates{stored};
+    const size_t cut = stored.find_last_of("/\\");
+    const std::string name = cut == std::string::npos ? stored : stored.substr(cut + 1);
+    if (orrery::CSettingsManager* settings = orrery::GetSettingsManager(); settings && !name.empty()) {
+      for (const std::string& folder : {settings->GetRecentPath(), settings->GetPluginsPath()})
+        if (!folder.empty()) candidates.push_back(platform::JoinPath(folder, name));
+    }
+    return candidates;
+  }
+
+  // The answer to the relocation question: a file chooser; Cancel keeps the
+  // effect without a scene (and the stored path as it was).
+  void Relocate() {
+    orrery::DialogService* service = orrery::GetDialogService();
+    if (!service) return;
+    std::string chosen = settings_.path;
+    const orrery::DialogField field{"3ds-file", orrery::DialogFieldType::kPath, &chosen, 0, 0, nullptr,
+                                    "where the scene is now"};
+    const orrery::DialogModel model{"Relocate 3ds-file", &field, 1, HelpPage(), platform::MainWindow()};
+    if (!service->RunModal(model) || chosen.empty() || chosen == settings_.path) return;
+    std::string message;
+    if (!LoadScene(chosen, &message)) platform::ShowError(kCaption, message.c_str());
+  }
+
+  static int32_t Load3DS(void* user, const char* path, std::string* message) {
+    auto* self = static_cast<C3DSViewerDfx*>(user);
+    std::lock_guard lock(self->lock_);
+    if (!self->LoadScene(path ? path : "", message)) return 0;
+    if (orrery::ConfigStore* store = self->host_context_ ? self->host_context_->GetConfigStore() : nullptr)
+      self->WriteConfig(*store);
+    return 1;
+  }
+
+  // ---- drawing ----
+  void RebuildMaterials() {
+    materials_dirty_ = false;
+    if (!engine_) return;
+    viewer3ds::BuildMaterials(materials_, viewer_->Scene(), uint32_t(settings_.texinputs) & 0xFFu,
+                              std::clamp(settings_.texsize, 16, 1024));
+  }
+
+  ViewCamera CameraForFrame() const {
+    ViewCamera view;
+    const float aspect = float(out_w_) / float(out_h_);
+    if (settings_.scenecam && viewer_->SceneCameraAt(aspect, &view)) return view;
+    return viewer_->FramingCamera();
+  }
+
+  // Near and far planes around what the scene covers, seen from `camera`.
+  nb3D::Projection ProjectionFor(const SceneCamera& camera, float fov_y) const {
+    const viewer3ds::Bounds& b = viewer_->StartBounds();
+    float centre[3];
+    b.Centre(centre);
+    const float dx = camera.position[0] - centre[0], dy = camera.position[1] - centre[1],
+                dz = camera.position[2] - centre[2];
+    const float reach = std::sqrt(dx * dx + dy * dy + dz * dz) + std::max(b.Radius(), 1.0f);
+    const float far_plane = std::isfinite(reach) ? std::min(reach * 4.0f, 1e7f) : 1e4f;
+    return {fov_y, far_plane * 1e-4f, far_plane};
+  }
+
+  void DrawBatches(const SceneCamera& camera) {
+    if (batches_.empty()) return;
+    const scene3ds::C3DSScene& s = viewer_->Scene();
+    int32_t mode = settings_.lighting;
+    std::vector<viewer3ds::PointLight> lights;
+    uint32_t tint = 0xFFFFFFFFu;
+    if (mode == viewer3ds::kLightingScene) {
+      lights = viewer3ds::PosedLights(s);
+      if (lights.empty()) mode = viewer3ds::kLightingCamera;
+      else tint = viewer3ds::LightTint(s);
+    }
+    float to_camera[3] = {camera.position[0] - camera.target[0], camera.position[1] - camera.target[1],
+                          camera.position[2] - camera.target[2]};
+    const float length = std::sqrt(to_camera[0] * to_camera[0] + to_camera[1] * to_camera[1] + to_camera[2] * to_camera[2]);
+    if (length > 0) for (float& c : to_camera) c /= length;
+    else to_camera[2] = 1;
+    const uint32_t mask = uint32_t(settings_.texinputs) & 0xFFu;
+    for (DrawBatch& batch : batches_) {
+      if (batch.indices.empty()) continue;
+      const viewer3ds::MaterialLook look = viewer3ds::LookOf(materials_, s, batch.material, mask);
+      if (look.scale_u != 1.0f || look.scale_v != 1.0f) {
+        for (nb3D::Vertex& v : batch.vertices) v.u *= look.scale_u, v.v *= look.scale_v;
+      }
+      const uint32_t flags = look.flags | (settings_.twosided ? uint32_t(nb3D::kFlagTwoSided) : 0u);
+      if (mode != viewer3ds::kLightingNone && (flags & nb3D::kFlagTwoSided))
+        viewer3ds::NormalsTowards(camera.position, batch.vertices.data(), batch.vertices.size());
+      if (mode == viewer3ds::kLightingScene)
+        viewer3ds::EncodeSceneLight(lights, to_camera, batch.vertices.data(), batch.vertices.size());
+      nb3D::Mesh mesh{};
+      mesh.vertices = batch.vertices.data();
+      mesh.vertex_count = int32_t(batch.vertices.size());
+      mesh.indices = batch.indices.data();
+      mesh.index_count = int32_t(batch.indices.size());
+      mesh.texture = look.texture;
+      mesh.flags = flags;
+      mesh.color = MultiplyColors(look.color, tint);
+      mesh.lit = mode == viewer3ds::kLightingNone ? 0 : 1;
+      engine_->DrawMesh(mesh);
+    }
+  }
+
+  void UpdateMemorySize() {
+    size_t bytes = sizeof(C3DSViewerDfx);
+    for (const DrawBatch& b : batches_)
+      bytes += b.vertices.capacity() * sizeof(nb3D::Vertex) + b.indices.capacity() * sizeof(uint32_t);
+    const scene3ds::C3DSScene& s = viewer_->Scene();
+    bytes += s.Vertices().capacity() * sizeof(scene3ds::Vertex) + s.Faces().capacity() * sizeof(scene3ds::Face);
+    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, bytes));
+  }
+
+  void FreeAll() {
+    materials_.FreeAll();
+    materials_.SetEngine(nullptr);
+    if (engine_) {
+      scene_.Free(engine_);
+      engine_->Release();
+    }
+    engine_ = nullptr;
+    materials_dirty_ = true;
+  }
+
+  ViewerSettings settings_;
+  Scene3D scene_;
+  nbMatManager materials_;
+  std::unique_ptr<ViewerScene> viewer_;
+  std::string attempted_path_;  // the stored path last tried, so a failure is reported once
+  bool materials_dirty_ = true;
+  DynVarList dynvars_;
+  float* speed_ = nullptr;
+  std::vector<DrawBatch> batches_;
 };
 
 }  // namespace
