@@ -53,27 +53,32 @@ bool Volume::WriteTo(orrery::Screen* screen) const {
 }
 
 uint32_t BlendCorners(const uint32_t c[8], uint32_t fx, uint32_t fy, uint32_t fz) {
+  // On a voxel, or inside a uniform region, the blend is that voxel: exact,
+  // and the common case inside solid bodies and for quarter turns.
+  if ((fx | fy | fz) == 0 ||
+      (c[0] == c[1] && c[0] == c[2] && c[0] == c[3] && c[0] == c[4] && c[0] == c[5] && c[0] == c[6] && c[0] == c[7]))
+    return Density(c[0]) ? c[0] : 0u;
   const uint32_t wx[2] = {256 - fx, fx}, wy[2] = {256 - fy, fy}, wz[2] = {256 - fz, fz};
-  // Weights sum to 2^24, densities are at most 255: the density sum fits 32
-  // bits; the colour sums (another factor of 255) need 64.
+  // Weights sum to 2^24 and densities are at most 255, so the density sum
+  // fits 32 bits. The colour is a ratio of sums; single precision keeps it
+  // well inside half a level.
   uint32_t density = 0;
-  uint64_t red = 0, green = 0, blue = 0;
+  float red = 0, green = 0, blue = 0;
   for (int i = 0; i < 8; ++i) {
     const uint32_t a = Density(c[i]);
     if (!a) continue;
     const uint32_t w = wx[i & 1] * wy[(i >> 1) & 1] * wz[i >> 2] * a;
     density += w;
-    red += uint64_t(w) * ((c[i] >> 16) & 0xFF);
-    green += uint64_t(w) * ((c[i] >> 8) & 0xFF);
-    blue += uint64_t(w) * (c[i] & 0xFF);
+    const float fw = float(w);
+    red += fw * float((c[i] >> 16) & 0xFF);
+    green += fw * float((c[i] >> 8) & 0xFF);
+    blue += fw * float(c[i] & 0xFF);
   }
-  if (!density) return 0;
   const uint32_t a = (density + (1u << 23)) >> 24;
   if (!a) return 0;
-  const uint64_t half = density / 2;
-  const uint32_t r = uint32_t((red + half) / density), g = uint32_t((green + half) / density),
-                 b = uint32_t((blue + half) / density);
-  return (a << 24) | (r << 16) | (g << 8) | b;
+  const float inverse = 1.0f / float(density);
+  auto level = [inverse](float sum) { return std::min(255u, uint32_t(sum * inverse + 0.5f)); };
+  return (a << 24) | (level(red) << 16) | (level(green) << 8) | level(blue);
 }
 
 uint32_t Volume::Sample(float x, float y, float z) const {

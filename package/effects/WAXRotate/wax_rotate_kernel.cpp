@@ -17,8 +17,9 @@ double Snapped(double v) {
 
 double Radians(float degrees) { return std::isfinite(degrees) ? double(degrees) * M_PI / 180.0 : 0.0; }
 
-// Nearest 1/256 of a voxel.
-int32_t Fixed(float v) { return int32_t(std::floor(v * 256.0f + 0.5f)); }
+// 16.16 fixed point, nearest; the map's values are bounded (scale at least
+// kMinScale), far inside the range.
+int32_t Fixed16(double v) { return int32_t(std::lround(v * 65536.0)); }
 
 }  // namespace
 
@@ -45,23 +46,30 @@ SourceMap RotationMap(float rx_degrees, float ry_degrees, float rz_degrees, floa
 }
 
 void ResampleRow(const Volume& source, const SourceMap& map, int32_t y, int32_t z, uint32_t* out) {
-  float p[3];
-  for (int i = 0; i < 3; ++i) p[i] = map.origin[i] + float(y) * map.step_y[i] + float(z) * map.step_z[i];
+  // The row walks the source in 16.16 fixed point: one addition per axis
+  // and voxel, and whole-voxel steps (quarter turns) stay exact.
+  int32_t p[3], step[3];
+  for (int i = 0; i < 3; ++i) {
+    p[i] = Fixed16(double(map.origin[i]) + double(y) * map.step_y[i] + double(z) * map.step_z[i]);
+    step[i] = Fixed16(map.step_x[i]);
+  }
   const uint32_t* v = source.Data();
   constexpr size_t kRow = kSide, kSlice = size_t(kSide) * kSide;
-  for (int32_t x = 0; x < kSide; ++x) {
-    const float sx = p[0] + float(x) * map.step_x[0], sy = p[1] + float(x) * map.step_x[1],
-                sz = p[2] + float(x) * map.step_x[2];
+  constexpr int32_t kLow = -(1 << 16), kHigh = kSide << 16;  // beyond one voxel outside, every neighbour is empty
+  for (int32_t x = 0; x < kSide; ++x, p[0] += step[0], p[1] += step[1], p[2] += step[2]) {
     out[x] = 0;
-    // Beyond one voxel outside the volume every neighbour is empty.
-    if (!(sx > -1.0f && sy > -1.0f && sz > -1.0f && sx < float(kSide) && sy < float(kSide) && sz < float(kSide)))
-      continue;
-    const int32_t qx = Fixed(sx), qy = Fixed(sy), qz = Fixed(sz);
+    if (p[0] <= kLow || p[1] <= kLow || p[2] <= kLow || p[0] >= kHigh || p[1] >= kHigh || p[2] >= kHigh) continue;
+    // Nearest 1/256 of a voxel.
+    const int32_t qx = (p[0] + 128) >> 8, qy = (p[1] + 128) >> 8, qz = (p[2] + 128) >> 8;
     const int32_t ix = qx >> 8, iy = qy >> 8, iz = qz >> 8;
     const uint32_t fx = uint32_t(qx & 255), fy = uint32_t(qy & 255), fz = uint32_t(qz & 255);
     uint32_t c[8];
     if (ix >= 0 && iy >= 0 && iz >= 0 && ix < kSide - 1 && iy < kSide - 1 && iz < kSide - 1) {
       const uint32_t* at = v + Volume::Index(ix, iy, iz);
+      if ((fx | fy | fz) == 0) {  // on a voxel
+        out[x] = Density(at[0]) ? at[0] : 0u;
+        continue;
+      }
       c[0] = at[0], c[1] = at[1], c[2] = at[kRow], c[3] = at[kRow + 1];
       c[4] = at[kSlice], c[5] = at[kSlice + 1], c[6] = at[kSlice + kRow], c[7] = at[kSlice + kRow + 1];
     } else {
