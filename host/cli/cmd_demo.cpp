@@ -54,6 +54,8 @@ std::vector<std::string> DemoSettingsFor(const std::string& short_name) {
     return {"rangei=40", "rangej=40", "expr_y=sin(a*4*pi+t*3)*8*cos(b*2*pi+t)", "texinfo1=0", "bgtype=1"};
   // Seven blobs wearing the title clip as a reflection, over the landscape.
   if (short_name == "Blob 3D") return {"count=7", "mat0mattex0texmode=0", "bgtype=1"};
+  // The breathing gyroid ball wearing the title clip as a reflection, over the landscape.
+  if (short_name == "ImplicitBeast") return {"mat0mattex0texmode=0", "bgtype=1"};
   return {};
 }
 
