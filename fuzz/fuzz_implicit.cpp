@@ -52,7 +52,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   CompiledPrograms compiled = CompilePrograms(set, {});
   if (!compiled.Ok()) {
     FUZZ_CHECK(compiled.failed >= 0 && compiled.failed < kProgramCount);
-    if (compiled.line) FUZZ_CHECK(*compiled.line >= 0 && *compiled.line <= CountLines(set.text[size_t(compiled.failed)]));
+    if (compiled.line)
+      FUZZ_CHECK(*compiled.line >= 0 && *compiled.line <= CountLines(set.text[size_t(compiled.failed)]));
     FUZZ_CHECK(!compiled.ErrorText().empty());
     return 0;
   }
@@ -79,7 +80,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   for (uint32_t index : mesh.triangles) FUZZ_CHECK(index < mesh.VertexCount());
   const size_t count = mesh.VertexCount();
   std::vector<float> x(count), y(count), z(count), result(count);
-  for (size_t v = 0; v < count; ++v) x[v] = mesh.positions[3 * v], y[v] = mesh.positions[3 * v + 1], z[v] = mesh.positions[3 * v + 2];
+  for (size_t v = 0; v < count; ++v)
+    x[v] = mesh.positions[3 * v], y[v] = mesh.positions[3 * v + 1], z[v] = mesh.positions[3 * v + 2];
   for (int32_t kind : {kTextureProgram, kNormalProgram}) {
     if (!compiled.has_lines[size_t(kind)] || count == 0) continue;
     nimbo::formula::ProgramBlockEvaluator outputs(compiled.program[size_t(kind)], count);

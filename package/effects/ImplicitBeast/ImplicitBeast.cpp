@@ -5,6 +5,7 @@
 //
 // Files: implicit_programs.* (the three programs and the user variables),
 // implicit_field.* (sampling through the block evaluator, the surface),
+// implicit_mesh.* (the texture and normal programs, the drawn vertices),
 // implicit_settings.* (the stored keys), program_file.* (plain-text program
 // files), program_editor.* (the setup dialog's model).
 //
@@ -33,6 +34,7 @@
 #include "core/registry.h"
 #include "framework/dynvar_list.h"
 #include "implicit_field.h"
+#include "implicit_mesh.h"
 #include "implicit_programs.h"
 #include "implicit_settings.h"
 #include "orrery/services.h"
@@ -67,8 +69,6 @@ constexpr const char* kMaterialName = "impmat";
 constexpr const char* kRenderError = "CImplicitBeastDfx::Render Error";
 constexpr const char* kHelpPage = "helpfile/Effects/3D/ImplicitBeast/ImplicitBeast.htm";
 constexpr float kWorldSide = 100.0f;
-// Surface points per run of the texture and normal programs.
-constexpr size_t kPointBlock = 4096;
 
 constexpr const char* kTimeVar = "ImplicitBeast time (1.0 = realtime)";
 constexpr float kTimeSpeedMin = -4.0f, kTimeSpeedMax = 4.0f;
@@ -87,8 +87,8 @@ class CImplicitBeastDfx final : public CEffectBase {
     orrery::RegisterEffectAction(this, "save-program",
                                  "Save program...: writes the programs and user variables as a plain-text file",
                                  &SaveProgram, this);
-    orrery::RegisterEffectAction(this, "save-3ds", "Save as 3DS...: writes the surface and camera last drawn",
-                                 &Save3DS, this);
+    orrery::RegisterEffectAction(this, "save-3ds", "Save as 3DS...: writes the surface and camera last drawn", &Save3DS,
+                                 this);
     std::lock_guard lock(lock_);
     Recompile();
   }
@@ -139,9 +139,8 @@ class CImplicitBeastDfx final : public CEffectBase {
       return 0;
     }
     materials_.UpdateInputTextures(inputs, kFirstTextureInput);
-    const float speed = time_speed_ && std::isfinite(*time_speed_)
-                            ? std::clamp(*time_speed_, kTimeSpeedMin, kTimeSpeedMax)
-                            : 1.0f;
+    const float speed =
+        time_speed_ && std::isfinite(*time_speed_) ? std::clamp(*time_speed_, kTimeSpeedMin, kTimeSpeedMax) : 1.0f;
     const float t = scene_.Advance(host_context_, speed);
     SceneCamera own;
     own.position[0] = 0, own.position[1] = 60, own.position[2] = 140;
@@ -251,12 +250,7 @@ class CImplicitBeastDfx final : public CEffectBase {
     if (!compiled.Ok()) return;
     compiled_ = std::make_unique<CompiledPrograms>(std::move(compiled));
     sampler_ = std::make_unique<FieldSampler>(compiled_->program[kFunProgram], settings_.volume.grid);
-    texture_.reset();
-    normal_.reset();
-    if (compiled_->has_lines[kTextureProgram])
-      texture_ = std::make_unique<formula::ProgramBlockEvaluator>(compiled_->program[kTextureProgram], kPointBlock);
-    if (compiled_->has_lines[kNormalProgram])
-      normal_ = std::make_unique<formula::ProgramBlockEvaluator>(compiled_->program[kNormalProgram], kPointBlock);
+    points_ = std::make_unique<PointPrograms>(*compiled_);
   }
 
   void BuildMesh(float t) {
@@ -265,76 +259,14 @@ class CImplicitBeastDfx final : public CEffectBase {
     const Box box = settings_.volume.AsBox();
     sampler_->Sample(t, box, field_);
     ExtractSurface(field_, sampler_->Side(), box, settings_.volume.closed != 0, &surface_);
-    ApplyPointPrograms(t);
-    AssembleVertices(box);
+    points_->Apply(t, surface_, uvs_);
+    AssembleVertices(surface_, points_->HasTexture() ? &uvs_ : nullptr, box, kWorldSide, vertices_);
     triangles_ = surface_.triangles;
     mesh_built_ = true;
     mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CImplicitBeastDfx) + field_.capacity() * sizeof(float) +
                                                         vertices_.capacity() * sizeof(nb3D::Vertex) +
                                                         surface_.positions.capacity() * 2 * sizeof(float) +
                                                         triangles_.capacity() * 2 * sizeof(uint32_t)));
-  }
-
-  // The normal and texture programs at every surface point, a block of
-  // points at a time. Normals the program leaves unusable (zero, not
-  // finite) keep the gradient's.
-  void ApplyPointPrograms(float t) {
-    const size_t count = surface_.VertexCount();
-    uvs_.assign(2 * count, 0.0f);
-    if (!texture_ && !normal_) return;
-    std::vector<float> x(kPointBlock), y(kPointBlock), z(kPointBlock), result(kPointBlock);
-    for (size_t from = 0; from < count; from += kPointBlock) {
-      const size_t n = std::min(kPointBlock, count - from);
-      for (size_t k = 0; k < n; ++k) {
-        const float* p = &surface_.positions[3 * (from + k)];
-        x[k] = p[0], y[k] = p[1], z[k] = p[2];
-      }
-      if (normal_) {
-        normal_->Run(t, x.data(), y.data(), z.data(), n, result.data());
-        for (size_t k = 0; k < n; ++k) {
-          const float nx = normal_->Output(0, k), ny = normal_->Output(1, k), nz = normal_->Output(2, k);
-          const float length = std::sqrt(nx * nx + ny * ny + nz * nz);
-          if (!std::isfinite(length) || length < 1e-20f) continue;
-          float* normal = &surface_.normals[3 * (from + k)];
-          normal[0] = nx / length, normal[1] = ny / length, normal[2] = nz / length;
-        }
-      }
-      if (texture_) {
-        texture_->Run(t, x.data(), y.data(), z.data(), n, result.data());
-        for (size_t k = 0; k < n; ++k) {
-          const float u = texture_->Output(0, k), v = texture_->Output(1, k);
-          uvs_[2 * (from + k)] = std::isfinite(u) ? u : 0.0f;
-          uvs_[2 * (from + k) + 1] = std::isfinite(v) ? v : 0.0f;
-        }
-      }
-    }
-  }
-
-  // World positions; texture coordinates from the texture program, or an
-  // environment map: the normal's x and y laid over the picture, so it
-  // wraps the surface like a reflection fixed to it.
-  void AssembleVertices(const Box& box) {
-    float centre[3], longest = 0;
-    for (int a = 0; a < 3; ++a) {
-      centre[a] = 0.5f * (box.minimum[a] + box.maximum[a]);
-      longest = std::max(longest, box.maximum[a] - box.minimum[a]);
-    }
-    const float scale = kWorldSide / longest;
-    vertices_.resize(surface_.VertexCount());
-    for (size_t i = 0; i < vertices_.size(); ++i) {
-      const float* p = &surface_.positions[3 * i];
-      const float* n = &surface_.normals[3 * i];
-      nb3D::Vertex& v = vertices_[i];
-      v.x = (p[0] - centre[0]) * scale, v.y = (p[1] - centre[1]) * scale, v.z = (p[2] - centre[2]) * scale;
-      v.nx = n[0], v.ny = n[1], v.nz = n[2];
-      if (texture_) {
-        v.u = uvs_[2 * i], v.v = uvs_[2 * i + 1];
-      } else {
-        v.u = 0.5f + 0.5f * n[0];
-        v.v = 0.5f - 0.5f * n[1];
-      }
-      v.u2 = v.u, v.v2 = v.v;
-    }
   }
 
   std::string Export3DS(const std::string& path) {
@@ -405,7 +337,7 @@ class CImplicitBeastDfx final : public CEffectBase {
   std::vector<float> compiled_positions_;
   std::string compile_error_;
   std::unique_ptr<FieldSampler> sampler_;
-  std::unique_ptr<formula::ProgramBlockEvaluator> texture_, normal_;
+  std::unique_ptr<PointPrograms> points_;
 
   std::vector<float> field_;
   IsoMesh surface_;

@@ -19,6 +19,7 @@
 
 #include "bin_path.h"
 #include "implicit_field.h"
+#include "implicit_mesh.h"
 #include "implicit_programs.h"
 #include "orrery/services.h"
 #include "program_editor.h"
@@ -53,9 +54,8 @@ void ExpectWatertight(const nimbo::IsoMesh& mesh) {
 }
 
 TEST(ImplicitField, SamplesEqualOnePointEvaluation) {
-  const ProgramSet set = Programs(
-      "A=SIN(X*3+T)*COS(Y*2)\n\nB=A*A-Z/(X+0.3)\nC=MAX(B,WOB)^2\nFUN=C-ANGLE(Y,X)+SQRT(Z)",
-      {{"WOB", -1.0f, 3.0f, 0.25f}});
+  const ProgramSet set = Programs("A=SIN(X*3+T)*COS(Y*2)\n\nB=A*A-Z/(X+0.3)\nC=MAX(B,WOB)^2\nFUN=C-ANGLE(Y,X)+SQRT(Z)",
+                                  {{"WOB", -1.0f, 3.0f, 0.25f}});
   CompiledPrograms compiled = CompilePrograms(set, {0.8f});
   ASSERT_TRUE(compiled.Ok()) << compiled.ErrorText();
   Box box;
@@ -124,6 +124,49 @@ TEST(ImplicitField, ASphereProgramGivesAClosedSphereOfItsRadius) {
   ExpectWatertight(mesh);
 }
 
+TEST(ImplicitMesh, TextureAndNormalProgramsRunAtEachSurfacePoint) {
+  ProgramSet set = Programs("FUN=(X-1)^2+(Y-1)^2+(Z-1)^2-0.5");
+  set.text[kTextureProgram] = "U=X\nV=Z*2+T";
+  set.text[kNormalProgram] = "NX=RANGE(Y,0,1)-RANGE(Y,1,2)\nNY=0\nNZ=0";  // zero where Y is 1: gradient
+  CompiledPrograms compiled = CompilePrograms(set, {});
+  ASSERT_TRUE(compiled.Ok()) << compiled.ErrorText();
+  Box box;
+  for (int a = 0; a < 3; ++a) box.minimum[a] = 0, box.maximum[a] = 2;
+  FieldSampler sampler(compiled.program[kFunProgram], 16);
+  std::vector<float> field;
+  sampler.Sample(0.5f, box, field);
+  nimbo::IsoMesh surface;
+  ExtractSurface(field, sampler.Side(), box, true, &surface);
+  const nimbo::IsoMesh gradient = surface;
+  ASSERT_GT(surface.VertexCount(), 100u);
+  PointPrograms points(compiled);
+  ASSERT_TRUE(points.HasTexture());
+  std::vector<float> uvs;
+  points.Apply(0.5f, surface, uvs);
+  std::vector<nb3D::Vertex> vertices;
+  AssembleVertices(surface, &uvs, box, 100.0f, vertices);
+  ASSERT_EQ(vertices.size(), surface.VertexCount());
+  for (size_t i = 0; i < vertices.size(); ++i) {
+    const float* p = &surface.positions[3 * i];
+    const nb3D::Vertex& v = vertices[i];
+    ASSERT_EQ(v.u, p[0]);
+    ASSERT_EQ(v.v, p[2] * 2 + 0.5f);
+    ASSERT_FLOAT_EQ(v.x, (p[0] - 1) * 50);  // centred, the 2-wide box drawn 100 wide
+    ASSERT_FLOAT_EQ(v.z, (p[2] - 1) * 50);
+    const float expected = p[1] < 1 ? 1.0f : p[1] > 1 ? -1.0f : 0.0f;
+    if (expected != 0) {
+      ASSERT_EQ(v.nx, expected);
+      ASSERT_EQ(v.ny, 0.0f);
+    } else {
+      ASSERT_EQ(v.nx, gradient.normals[3 * i]) << "a zero normal keeps the gradient's";
+    }
+  }
+  // Without a texture program: the environment map from the normals.
+  AssembleVertices(gradient, nullptr, box, 100.0f, vertices);
+  EXPECT_FLOAT_EQ(vertices[0].u, 0.5f + 0.5f * gradient.normals[0]);
+  EXPECT_FLOAT_EQ(vertices[0].v, 0.5f - 0.5f * gradient.normals[1]);
+}
+
 TEST(ImplicitPrograms, FailuresNameTheProgramAndLine) {
   CompiledPrograms c = CompilePrograms(Programs("A=X\n\nB=(Y+\nFUN=A+B"), {});
   EXPECT_EQ(c.failed, kFunProgram);
@@ -177,7 +220,8 @@ TEST(ImplicitPrograms, TheEditorRefusesOkUntilTheProgramIsMended) {
   EXPECT_FALSE(editor.AfterOk());
   EXPECT_EQ(editor.ErrorProgram(), kFunProgram);
   EXPECT_EQ(editor.ErrorLine(), 1);
-  EXPECT_EQ(std::string(editor.Fields()[0].label), "The FUN program does not compile: error in line 1 (counted from 0).");
+  EXPECT_EQ(std::string(editor.Fields()[0].label),
+            "The FUN program does not compile: error in line 1 (counted from 0).");
   EXPECT_FALSE(editor.AfterOk()) << "OK again without a mend is refused again";
 
   *static_cast<std::string*>(field("FUN program")) = "A=X*X\nB=A+SIZE\nFUN=B";
@@ -221,14 +265,10 @@ TEST(ProgramFile, RoundTripsAndRefusesHostileFiles) {
 
   const ProgramSet before = back;
   const std::string hostile[] = {
-      std::string("FUN=X\0\x01\x02", 8),
-      std::string(kMaxProgramFileBytes + 1, 'A'),
-      "FUN=X\n[variables]\nwobble 1\n",
-      "FUN=X\n[variables]\nwobble 0 1 nan\n",
-      "FUN=X\n[variables]\npi 0 1\n",
-      "FUN=X\n[variables]\nab 0 1\nAB 0 1\n",
-      "FUN=X\n[variables]\nq 0 1\n",
-      std::string(kMaxProgramText + 10, '1'),
+      std::string("FUN=X\0\x01\x02", 8), std::string(kMaxProgramFileBytes + 1, 'A'),
+      "FUN=X\n[variables]\nwobble 1\n",  "FUN=X\n[variables]\nwobble 0 1 nan\n",
+      "FUN=X\n[variables]\npi 0 1\n",    "FUN=X\n[variables]\nab 0 1\nAB 0 1\n",
+      "FUN=X\n[variables]\nq 0 1\n",     std::string(kMaxProgramText + 10, '1'),
   };
   for (const std::string& bad : hostile) {
     EXPECT_NE(ParseProgramFile(bad, back), "") << bad.substr(0, 40);
@@ -307,8 +347,8 @@ TEST_F(ImplicitBeastTest, UserVariablesAreDynamicVariablesAndFilesLoadWhole) {
   auto effect = nimbo::testing::MakeEffect("ImplicitBeast", &host);
   ASSERT_TRUE(effect);
   effect->UpdateConfig();
-  for (const char* key : {"program", "uvprogram", "normalprogram", "grid", "xmin", "zmax", "closed", "n_vars",
-                          "bgtype", "mat0nbMatManagerVERSION"})
+  for (const char* key : {"program", "uvprogram", "normalprogram", "grid", "xmin", "zmax", "closed", "n_vars", "bgtype",
+                          "mat0nbMatManagerVERSION"})
     EXPECT_NE(host.store.GetString(key, nullptr), nullptr) << key;
   ASSERT_EQ(effect->Initialize(), 1);
   {

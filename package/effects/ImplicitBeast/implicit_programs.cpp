@@ -82,9 +82,8 @@ CompiledPrograms CompilePrograms(const ProgramSet& set, const std::vector<float>
   }
   CompiledPrograms out;
   for (int32_t kind = 0; kind < kProgramCount; ++kind) {
-    const formula::Program::Status status =
-        out.program[size_t(kind)].Compile(set.text[size_t(kind)], kind == kFunProgram ? kResultName : std::string(),
-                                          kOutputs[kind], users);
+    const formula::Program::Status status = out.program[size_t(kind)].Compile(
+        set.text[size_t(kind)], kind == kFunProgram ? kResultName : std::string(), kOutputs[kind], users);
     out.has_lines[size_t(kind)] = !out.program[size_t(kind)].Lines().empty();
     if (!status.ok && out.failed < 0) {
       out.failed = kind;

@@ -24,8 +24,7 @@ constexpr SettingRow<VolumeSettings> kRows[] = {
 
 constexpr const char* kProgramKeys[kProgramCount] = {"program", "uvprogram", "normalprogram"};
 constexpr const char* kProgramHelp[kProgramCount] = {
-    "the surface program: lines NAME=expression of X, Y, Z, T and the user variables; the last assigns FUN "
-    "(inside where FUN < 0)",
+    "the surface program: NAME=expression lines of X, Y, Z, T, user variables; the last assigns FUN (inside: < 0)",
     "the texture program: assigns U and V at each surface point (empty: environment map)",
     "the normal program: assigns NX, NY and NZ at each surface point (empty: the field's gradient)"};
 

@@ -42,19 +42,22 @@ void ProgramEditor::BuildFields() {
   fields_.clear();
   hints_.assign(kProgramCount, "");
   auto add = [&](const char* label, F type, void* value, double lo = 0, double hi = 0, const char* choices = nullptr,
-                 const char* hint = nullptr) { fields_.push_back({label, type, value, lo, hi, choices, hint}); };
+                 const char* hint = nullptr) {
+    fields_.push_back({label, type, value, lo, hi, choices, hint});
+  };
 
   add(status_.c_str(), F::kLabel, nullptr);
   for (int32_t k = 0; k < kProgramCount; ++k) {
-    hints_[size_t(k)] = (k == error_program_ ? "<< this program does not compile; " : "") + std::string(kProgramHints[k]);
+    hints_[size_t(k)] =
+        (k == error_program_ ? "<< this program does not compile; " : "") + std::string(kProgramHints[k]);
     add(kProgramLabels[k], F::kText, &edit_.programs.text[size_t(k)], 0, double(kMaxProgramText), nullptr,
         hints_[size_t(k)].c_str());
   }
   VolumeSettings& v = edit_.volume;
   for (const SettingRow<VolumeSettings>& row : VolumeRows()) {
     if (auto p = std::get_if<int32_t VolumeSettings::*>(&row.field))
-      add(row.label, row.minimum == 0 && row.maximum == 1 ? F::kBool : F::kInt, &(v.*(*p)), row.minimum,
-          row.maximum, nullptr, row.help);
+      add(row.label, row.minimum == 0 && row.maximum == 1 ? F::kBool : F::kInt, &(v.*(*p)), row.minimum, row.maximum,
+          nullptr, row.help);
     else if (auto f = std::get_if<float VolumeSettings::*>(&row.field))
       add(row.label, F::kFloat, &(v.*(*f)), row.minimum, row.maximum, nullptr, row.help);
   }
@@ -120,8 +123,10 @@ bool ProgramEditor::AfterOk() {
     ProgramSet loaded;
     std::string error = ReadProgramFile(program_path_, loaded);
     if (error.empty()) error = compile_(loaded).ErrorText();
-    if (error.empty()) edit_.programs = std::move(loaded);
-    else platform::ShowError("Error", error.c_str());
+    if (error.empty())
+      edit_.programs = std::move(loaded);
+    else
+      platform::ShowError("Error", error.c_str());
   }
   if (save_pressed_) {
     const std::string error = WriteProgramFile(program_path_, edit_.programs);

@@ -74,8 +74,8 @@ std::string FormatProgramFile(const ProgramSet& set) {
   if (!set.vars.empty()) {
     out += std::string(kVariablesHeader) + "\n";
     for (const UserVariable& v : set.vars)
-      out += v.name + " " + FormatNumber(v.minimum) + " " + FormatNumber(v.maximum) + " " +
-             FormatNumber(v.position) + "\n";
+      out += v.name + " " + FormatNumber(v.minimum) + " " + FormatNumber(v.maximum) + " " + FormatNumber(v.position) +
+             "\n";
   }
   return out;
 }
@@ -104,8 +104,8 @@ std::string ParseProgramFile(std::string_view bytes, ProgramSet& set) {
       std::string& text = loaded.text[size_t(section)];
       text.append(line);
       if (!last) text += '\n';
-      if (text.size() > kMaxProgramText) return "A program of the file is longer than " +
-                                                std::to_string(kMaxProgramText) + " characters.";
+      if (text.size() > kMaxProgramText)
+        return "A program of the file is longer than " + std::to_string(kMaxProgramText) + " characters.";
       continue;
     }
     const std::vector<std::string> words = Words(trimmed);
@@ -113,8 +113,7 @@ std::string ParseProgramFile(std::string_view bytes, ProgramSet& set) {
     UserVariable v;
     const bool read = (words.size() == 3 || words.size() == 4) && ReadNumber(words[1], &v.minimum) &&
                       ReadNumber(words[2], &v.maximum) && (words.size() == 3 || ReadNumber(words[3], &v.position));
-    if (!read)
-      return "Line " + std::to_string(number) + " of the file: a variable is NAME MINIMUM MAXIMUM [POSITION].";
+    if (!read) return "Line " + std::to_string(number) + " of the file: a variable is NAME MINIMUM MAXIMUM [POSITION].";
     const size_t before = loaded.vars.size();
     const AddVariable added = AddUserVariable(loaded, words[0]);
     if (added != AddVariable::kAdded || loaded.vars.size() != before + 1)
