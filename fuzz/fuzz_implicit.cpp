@@ -8,16 +8,17 @@
 // writes back to a file that reads to the same thing, a failure names a
 // program (and a line inside the text when it has one), the block-sampled
 // field equals one-point evaluation (NaN where it is NaN), and the surface
-// only names vertices it has.
+// only names vertices it has, and the texture program's coordinates are
+// finite.
 #include <cmath>
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "formula/block_evaluator.h"
 #include "fuzz_check.h"
 #include "implicit_field.h"
+#include "implicit_mesh.h"
 #include "implicit_programs.h"
 #include "program_file.h"
 
@@ -78,15 +79,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ExtractSurface(field, n, box, true, &mesh);
   FUZZ_CHECK(mesh.triangles.size() % 3 == 0);
   for (uint32_t index : mesh.triangles) FUZZ_CHECK(index < mesh.VertexCount());
-  const size_t count = mesh.VertexCount();
-  std::vector<float> x(count), y(count), z(count), result(count);
-  for (size_t v = 0; v < count; ++v)
-    x[v] = mesh.positions[3 * v], y[v] = mesh.positions[3 * v + 1], z[v] = mesh.positions[3 * v + 2];
-  for (int32_t kind : {kTextureProgram, kNormalProgram}) {
-    if (!compiled.has_lines[size_t(kind)] || count == 0) continue;
-    nimbo::formula::ProgramBlockEvaluator outputs(compiled.program[size_t(kind)], count);
-    outputs.Run(0.7f, x.data(), y.data(), z.data(), count, result.data());
-    for (size_t v = 0; v < count; ++v) (void)outputs.Output(0, v);
-  }
+  PointPrograms points(compiled);
+  std::vector<float> uvs;
+  points.Apply(0.7f, mesh, uvs);
+  FUZZ_CHECK(uvs.size() == 2 * mesh.VertexCount());
+  for (float c : uvs) FUZZ_CHECK(std::isfinite(c));
+  std::vector<nb3D::Vertex> vertices;
+  AssembleVertices(mesh, points.HasTexture() ? &uvs : nullptr, box, 100.0f, vertices);
+  FUZZ_CHECK(vertices.size() == mesh.VertexCount());
   return 0;
 }
