@@ -61,6 +61,8 @@ std::vector<std::string> DemoSettingsFor(const std::string& short_name) {
   if (short_name == "Text3D") return {"text=NIMBO", "size=150", "mat0mattex0texmode=0", "bgtype=1"};
   // The generated scene (DemoScene3DS) with the title clip on its box, over the landscape.
   if (short_name == "3DSViewer") return {"texinputs=1", "bgtype=1"};
+  // The breathing gyroid ball wearing the title clip as a reflection, over the landscape.
+  if (short_name == "ImplicitBeast") return {"mat0mattex0texmode=0", "bgtype=1"};
   return {};
 }
 

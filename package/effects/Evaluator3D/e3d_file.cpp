@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "formula/user_variables.h"
+#include "shared/whole_file.h"
 
 namespace nimbo::e3d {
 namespace {
@@ -152,37 +153,13 @@ bool ParseE3D(std::string_view bytes, FormulaSet& set) {
 }
 
 std::string LoadE3DFile(const std::string& path, FormulaSet& set) {
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  if (!file) return kMessageCannotOpen;
   std::string bytes;
-  char buffer[65536];
-  bool failed = false;
-  while (bytes.size() < kMaxE3DBytes) {
-    const size_t got = std::fread(buffer, 1, std::min(sizeof buffer, kMaxE3DBytes - bytes.size()), file);
-    bytes.append(buffer, got);
-    if (got == 0) {
-      failed = std::ferror(file) != 0;
-      break;
-    }
-  }
-  std::fclose(file);
-  if (failed || !ParseE3D(bytes, set)) return kMessageCannotOpen;
+  if (!ReadFileUpTo(path, kMaxE3DBytes, &bytes) || !ParseE3D(bytes, set)) return kMessageCannotOpen;
   return "";
 }
 
 std::string SaveE3DFile(const std::string& path, const FormulaSet& set) {
-  if (path.empty()) return kMessageCannotCreate;
-  const std::string bytes = FormatE3D(set);
-  const std::string part = path + ".part";
-  std::FILE* file = std::fopen(part.c_str(), "wb");
-  if (!file) return kMessageCannotCreate;
-  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-  const bool closed = std::fclose(file) == 0;
-  if (!written || !closed || std::rename(part.c_str(), path.c_str()) != 0) {
-    std::remove(part.c_str());
-    return kMessageCannotCreate;
-  }
-  return "";
+  return WriteFileWhole(path, FormatE3D(set)) ? "" : kMessageCannotCreate;
 }
 
 }  // namespace nimbo::e3d

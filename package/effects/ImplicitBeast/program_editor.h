@@ -1,0 +1,78 @@
+// The model of ImplicitBeast's setup dialog, the program editor: the three
+// programs, the box and grid, the user variables (add, delete, range,
+// initial position), the scene, and the file buttons (load and save a
+// program file, save as 3DS).
+//
+// Each round the host's dialog service shows is looked at when the user
+// closes it with OK: a pressed button does its work and the dialog opens
+// again with the result; otherwise the programs are compiled, and one that
+// fails is named at the top of the dialog with its line ("The texture
+// program does not compile: error in line 2 (counted from 0).") and marked
+// at its field, and the dialog opens again: OK is refused until every
+// program compiles or the user cancels. Cancel leaves everything as it was.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "implicit_settings.h"
+#include "orrery/services.h"
+#include "render3d/scene3d.h"
+
+namespace nimbo::implicit {
+
+class ProgramEditor {
+ public:
+  // Compiles the programs the way the effect does (under its lock).
+  using Compiler = std::function<CompiledPrograms(const ProgramSet&)>;
+  // Writes the surface last drawn as a .3ds file: "" or the message to show.
+  using Exporter = std::function<std::string(const std::string& path)>;
+
+  ProgramEditor(const ImplicitSettings& settings, const SceneSettings& scene, Compiler compile);
+  void SetExport3DS(Exporter exporter) { export_3ds_ = std::move(exporter); }
+
+  // Rounds until OK with programs that compile (true) or Cancel (false); a
+  // service that keeps answering OK without mending them gives up after
+  // kMaxRounds, as Cancel.
+  static constexpr int32_t kMaxRounds = 200;
+  bool Run(const char* help_page);
+
+  // ---- one round, for hosts and tests that drive the model directly ----
+  const std::vector<orrery::DialogField>& Fields();
+  // Looks at a round closed with OK: true when the dialog is done.
+  bool AfterOk();
+
+  // The program that failed in the last round (-1: none) and its line.
+  int32_t ErrorProgram() const { return error_program_; }
+  const std::optional<int>& ErrorLine() const { return error_line_; }
+  const std::string& StatusText() const { return status_; }
+
+  const ImplicitSettings& Result() const { return edit_; }
+  const SceneSettings& SceneResult() const { return scene_; }
+
+ private:
+  void BuildFields();
+  void LoadSelectedVariable();
+  void StoreSelectedVariable();
+
+  ImplicitSettings edit_;
+  SceneSettings scene_;
+  Compiler compile_;
+  Exporter export_3ds_;
+
+  std::vector<orrery::DialogField> fields_;
+  std::vector<std::string> hints_;
+  int32_t selected_ = 0, shown_selected_ = 0;
+  std::string variable_choices_;
+  std::string new_variable_;
+  float var_min_ = 0, var_max_ = 1, var_position_ = 0.5f;
+  std::string program_path_, path_3ds_;
+  int32_t add_pressed_ = 0, delete_pressed_ = 0, load_pressed_ = 0, save_pressed_ = 0, export_pressed_ = 0;
+  int32_t error_program_ = -1;
+  std::optional<int> error_line_;
+  std::string status_ = "All programs compile.";
+};
+
+}  // namespace nimbo::implicit
