@@ -94,8 +94,21 @@ void EffectStage::LoadPreset(const std::string& path) {
   if (store.Document().Revision() == revision) ReportUnusedAndRepeatedKeys(checked, source);
 }
 
+// A material layer stores its picture twice: "<prefix>mattex<k>bitmapname"
+// as a plain string and "...bitmapnamepath" as a path, and reads only the
+// path. The plain key is the effect's own, not a stranger's: no warning.
+static bool IsWrittenOnlyKey(const std::string& key) {
+  static const std::string kSuffix = "bitmapname";
+  if (key.size() <= kSuffix.size() || key.compare(key.size() - kSuffix.size(), kSuffix.size(), kSuffix) != 0)
+    return false;
+  size_t at = key.size() - kSuffix.size();
+  const size_t digits_end = at;
+  while (at > 0 && std::isdigit(static_cast<unsigned char>(key[at - 1]))) --at;
+  return at < digits_end && at >= 6 && key.compare(at - 6, 6, "mattex") == 0;
+}
+
 // Walks the preset's values: a key whose first element the effect never
-// read is unused; later elements of a key are repeats, which the store
+// read is unused (unless the effect writes it only to keep it); later elements of a key are repeats, which the store
 // never reads.
 void EffectStage::ReportUnusedAndRepeatedKeys(const CheckedStore& checked, const std::string& source) {
   SettingsDocument& store = host_.Store();
@@ -109,7 +122,7 @@ void EffectStage::ReportUnusedAndRepeatedKeys(const CheckedStore& checked, const
     const int32_t first = store.Config().FirstElementOf(elem);
     if (!first) continue;  // no key
     if (first == elem) {
-      if (!checked.WasRead(elem)) {
+      if (!checked.WasRead(elem) && !IsWrittenOnlyKey(doc.GetChildAttrib("name"))) {
         Warn(source + ": " + entry_.short_name + " does not use " + Quoted(doc.GetChildAttrib("name")) + "; ignored");
       }
     } else if (times[first]++ == 0) {
