@@ -176,7 +176,7 @@ void C3DSWriter::AddMaterial(const char* name, const Material& m) {
   AddColor(entry, kMatAmbient, t.base_clr);
   AddColor(entry, kMatDiffuse, t.diff_clr);
   AddColor(entry, kMatSpecular, t.spec_clr);
-  AddPercent(entry, kMatShininess, int16_t(std::clamp(int64_t(t.spec) * 10, int64_t(0), int64_t(100))));
+  AddPercent(entry, kMatShininess, int16_t(std::clamp(int64_t(t.spec_power) * 10, int64_t(0), int64_t(100))));
   AddPercent(entry, kMatShin2Pct, 0);
   AddPercent(entry, kMatTransparency, (flags & kMatFlagHalfTransparent) ? 50 : 0);
   AddPercent(entry, kMatXpFall, 0);

@@ -13,7 +13,7 @@ void InitLayer(TextureLayer& t, int32_t base, int32_t spec_clr, int32_t diff_clr
   t.blur = 0.0f;
   t.base_clr = base;
   t.spec_clr = spec_clr;
-  t.spec = 4;
+  t.spec_power = 4;
   t.diff_clr = diff_clr;
   t.diff = 2;
   t.l_x = l_x;

@@ -20,7 +20,7 @@ MaterialEdit ToEdit(const Material& m) {
     l.blur = t.blur;
     l.base_clr = t.base_clr;
     l.spec_clr = t.spec_clr;
-    l.spec = t.spec;
+    l.spec_power = t.spec_power;
     l.diff_clr = t.diff_clr;
     l.diff = t.diff;
     l.l_x = t.l_x;
@@ -52,7 +52,7 @@ Material FromEdit(const MaterialEdit& e, const Material& m) {
     t.blur = l.blur;
     t.base_clr = l.base_clr;
     t.spec_clr = l.spec_clr;
-    t.spec = l.spec;
+    t.spec_power = l.spec_power;
     t.diff_clr = l.diff_clr;
     t.diff = l.diff;
     t.l_x = l.l_x;
@@ -111,7 +111,7 @@ std::vector<orrery::DialogField> MaterialDialogFields(MaterialEdit& e) {
     add(label[2], T::kColor, &l.base_clr, 0, 0xFFFFFF, nullptr,
         "base of the light map: 128 per channel keeps the texture, less darkens, more brightens");
     add(label[3], T::kColor, &l.spec_clr, 0, 0xFFFFFF, nullptr, "specular light color (black = none)");
-    add(label[4], T::kInt, &l.spec, 0, 16, nullptr, "'size of light spot' of reflective lighting");
+    add(label[4], T::kInt, &l.spec_power, 0, 16, nullptr, "'size of light spot' of reflective lighting");
     add(label[5], T::kColor, &l.diff_clr, 0, 0xFFFFFF, nullptr, "diffuse light color (black = none)");
     add(label[6], T::kInt, &l.diff, 0, 16, nullptr, "sharpness of the diffuse light");
     add(label[7], T::kFloat, &l.l_x, -1, 1, nullptr, "light direction x");

@@ -52,7 +52,7 @@ void SaveMaterialTo(Store& s, const Material& m, const char* prefix) {
     s.SetFloat(k("mattex%iblur", i), t.blur);
     s.SetInt(k("mattex%ibase_clr", i), t.base_clr);
     s.SetInt(k("mattex%ispec_clr", i), t.spec_clr);
-    s.SetInt(k("mattex%ispec", i), t.spec);
+    s.SetInt(k("mattex%ispec", i), t.spec_power);
     s.SetInt(k("mattex%idiff_clr", i), t.diff_clr);
     s.SetInt(k("mattex%idiff", i), t.diff);
     s.SetFloat(k("mattex%il_x", i), t.l_x);
@@ -86,7 +86,7 @@ void LoadMaterialFrom(Store& s, Material& m, const char* prefix) {
     t.blur = s.GetFloat(k("mattex%iblur", i), t.blur);
     t.base_clr = s.GetInt(k("mattex%ibase_clr", i), t.base_clr);
     t.spec_clr = s.GetInt(k("mattex%ispec_clr", i), t.spec_clr);
-    t.spec = s.GetInt(k("mattex%ispec", i), t.spec);
+    t.spec_power = s.GetInt(k("mattex%ispec", i), t.spec_power);
     t.diff_clr = s.GetInt(k("mattex%idiff_clr", i), t.diff_clr);
     t.diff = s.GetInt(k("mattex%idiff", i), t.diff);
     t.l_x = s.GetFloat(k("mattex%il_x", i), t.l_x);

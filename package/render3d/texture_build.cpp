@@ -50,7 +50,7 @@ void BuildLightMap(uint32_t* map, int32_t w, int32_t h, const TextureLayer& laye
   diffuse.squarings = layer.diff;
   SphereLight specular = diffuse;
   specular.color = layer.spec_clr;
-  specular.squarings = layer.spec;
+  specular.squarings = layer.spec_power;
   specular.specular = true;
   for (int32_t y = 0; y < h; ++y) {
     uint32_t* row = map + size_t(y) * size_t(w);

@@ -31,7 +31,7 @@ inline uint32_t IndependentLightMap(int x, int y, int w, int h, const nimbo::Tex
     const double reflected_z = l[2] - 2 * nl * n[2];
     const double light[2] = {std::max(0.0, -nl), std::max(0.0, -reflected_z)};
     const int colors[2] = {t.diff_clr, t.spec_clr};
-    const int powers[2] = {t.diff, t.spec};
+    const int powers[2] = {t.diff, t.spec_power};
     for (int k = 0; k < 2; ++k) {
       if (colors[k] == 0) continue;
       const double i = std::pow(light[k], std::pow(2.0, powers[k]));

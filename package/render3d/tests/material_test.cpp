@@ -113,7 +113,7 @@ TEST(MaterialTest, LightVector) {
 TEST(MaterialTest, LightMapMatchesTheSphereGeometry) {
   TextureLayer layers[3] = {DefaultMaterial().tex[0], DefaultMaterial().tex[1], DefaultMaterial().tex[0]};
   layers[2].l_x = 1.0f, layers[2].l_y = 1.0f, layers[2].diff_clr = 0xFF8000, layers[2].spec_clr = 0x0000FF,
-  layers[2].base_clr = 0x101010, layers[2].spec = 1, layers[2].diff = 0;
+  layers[2].base_clr = 0x101010, layers[2].spec_power = 1, layers[2].diff = 0;
   for (const TextureLayer& t : layers) {
     const int w = 37, h = 23;
     std::vector<uint32_t> map(size_t(w * h));
@@ -220,9 +220,11 @@ std::vector<std::string> ExpectedMaterialKeys(const std::string& p, bool path0, 
                                 p + "matinvert_tex2", p + "matname", p + "mattwosided"};
   for (int i = 0; i < 2; ++i) {
     const std::string t = p + "mattex" + std::to_string(i);
-    for (const char* s : {"texmode", "bitmapname", "blur", "base_clr", "spec_clr", "spec", "diff_clr", "diff", "l_x",
-                          "l_y", "freeze", "w", "h"})
-      k.push_back(t + s);
+    // The layer's keys as the store formats them ("mattex%i" + suffix).
+    for (const char* f : {"mattex%itexmode", "mattex%ibitmapname", "mattex%iblur", "mattex%ibase_clr",
+                          "mattex%ispec_clr", "mattex%ispec", "mattex%idiff_clr", "mattex%idiff", "mattex%il_x",
+                          "mattex%il_y", "mattex%ifreeze", "mattex%iw", "mattex%ih"})
+      k.push_back(t + std::string(f).substr(8));
     if (i == 0 ? path0 : path1) k.push_back(t + "bitmapnamepath");
   }
   k.push_back(p + "nbMatManagerVERSION");
@@ -235,7 +237,7 @@ Material Edited() {
   SetFixedText(m.name, "chrome");
   SetFixedText(m.tex[1].bitmapname, "/pictures/a & b.png");
   m.tex[0].blur = 0.1234567f, m.tex[0].l_x = -0.25f, m.tex[0].w = 0, m.tex[0].h = 100, m.tex[0].texmode = 0;
-  m.tex[1].spec = 9, m.tex[1].diff_clr = 0x123456, m.tex[1].freeze = 1;
+  m.tex[1].spec_power = 9, m.tex[1].diff_clr = 0x123456, m.tex[1].freeze = 1;
   return m;
 }
 
@@ -269,7 +271,7 @@ TEST(MaterialStoreTest, KeysInTheirOrderAndTheSameForBothStoreKinds) {
     EXPECT_FLOAT_EQ(back.tex[0].l_x, -0.25f);
     EXPECT_EQ(back.tex[0].texmode, 0);
     EXPECT_EQ(back.tex[0].w, 0);
-    EXPECT_EQ(back.tex[1].spec, 9);
+    EXPECT_EQ(back.tex[1].spec_power, 9);
     EXPECT_EQ(back.tex[1].diff_clr, 0x123456);
     EXPECT_EQ(back.tex[1].freeze, 1);
   }
@@ -308,7 +310,7 @@ TEST(MaterialStoreTest, OldRecordsLoadAndMissingKeysKeepValues) {
   SetFixedText(m.tex[0].bitmapname, "from before");
   nbMatManager::LoadMaterial(doc, m, "mat0");
   EXPECT_EQ(m.trans, 0);
-  EXPECT_EQ(m.tex[1].spec, 7);
+  EXPECT_EQ(m.tex[1].spec_power, 7);
   EXPECT_EQ(m.tex[0].base_clr, 0xB0B0B0);
   EXPECT_STREQ(m.tex[0].bitmapname, "") << "the picture is read from the path key only";
   EXPECT_EQ(m.tex[0].engine_texture, 0);

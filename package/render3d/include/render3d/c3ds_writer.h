@@ -154,7 +154,7 @@ class C3DSWriter {
   // A MAT_ENTRY named `name` (cut to 63 characters) under MDATA, from `m`'s
   // layer 0:
   //   ambient = base colour, diffuse = diffuse colour, specular = specular
-  //   colour; shininess = min(100, 10 * spec), shin2pct 0; transparency 50
+  //   colour; shininess = min(100, 10 * spec_power), shin2pct 0; transparency 50
   //   for "50% transparency", else 0; xpfall 0, refblur 0 (blur as a
   //   percentage when the layer is a picture); shading 3 (Phong);
   //   self-illumination 0; MAT_TWO_SIDE / MAT_ADDITIVE / MAT_WIRE when the

@@ -45,7 +45,7 @@ struct TextureLayer {
   float blur;                        // 3x3 passes while 0.0, 0.07, 0.14, ... < blur
   int32_t base_clr;                  // 0x00RRGGBB, base of the light map
   int32_t spec_clr;                  // 0x00RRGGBB specular light, 0 = none
-  int32_t spec;                      // specular sharpness: I to the power 2^spec
+  int32_t spec_power;                      // specular sharpness: I to the power 2^spec_power
   int32_t diff_clr;                  // 0x00RRGGBB diffuse light, 0 = none
   int32_t diff;                      // diffuse sharpness: I to the power 2^diff
   float l_x, l_y;                    // light direction (x, y)

@@ -19,7 +19,7 @@ struct MaterialEdit {
     int32_t source = 1;  // 0 = input screen, 1 = picture file
     std::string bitmap;
     float blur = 0, l_x = 0, l_y = 0;
-    int32_t base_clr = 0, spec_clr = 0, spec = 0, diff_clr = 0, diff = 0, freeze = 0, w = 0, h = 0;
+    int32_t base_clr = 0, spec_clr = 0, spec_power = 0, diff_clr = 0, diff = 0, freeze = 0, w = 0, h = 0;
   } tex[2];
 };
 MaterialEdit ToEdit(const Material& m);
