@@ -381,8 +381,9 @@ for the effect named last:
 for the whole run (each at most once):
   -o OUT                picture (.png .jpg .bmp .tif .tga .ppm: the last frame), image sequence
                         (name_%04d.png: one per frame), or video (.mp4 .mkv .mov .webm .avi)
-  --size WxH            render size (default: the first input's)
-  --frames N            number of frames (default: all of the first input; 1 for a picture)
+  --size WxH            render size (default: the first input's; without inputs 640x480, 512x512 for WAX)
+  --frames N            number of frames (default: all of the first input; 1 for a picture;
+                        without inputs 1 into a picture, else 5 seconds)
   --fps F               frame rate, 0.001 to 1000 (default: the first input's, else 25)
   --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...)
   --keep-alpha          keep the alpha byte (PNG/TIFF/BMP/TGA, .mov/.mkv/.webm); outputs are opaque otherwise
@@ -464,8 +465,9 @@ render, for the effect named last:
   --then EFFECT         chain: EFFECT takes the previous output as its first input
 render, for the whole run:
   -o OUT                picture (last frame), name_%04d.png (one per frame), or video (.mp4 .mkv .mov .webm .avi)
-  --size WxH            render size (default: the first input's)
-  --frames N            number of frames (default: all of the first input; 1 for a picture)
+  --size WxH            render size (default: the first input's; without inputs 640x480, 512x512 for WAX)
+  --frames N            number of frames (default: all of the first input; 1 for a picture;
+                        without inputs 1 into a picture, else 5 seconds)
   --fps F               frame rate (default: the first input's, else 25)
   --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...)
   --keep-alpha          keep the alpha byte (PNG/TIFF, .mov/.mkv/.webm); outputs are opaque otherwise
