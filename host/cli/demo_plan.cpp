@@ -22,6 +22,8 @@ DemoMedia MediaFor(const EffectEntry& entry, size_t input) {
   const std::string& type = entry.inputs[input];
   if (type == "Chroma") return DemoMedia::kBlueScreen;
   if (type == "Background" || type == "background") return DemoMedia::kLandscape;
+  // A 3D effect's first input is its background (Text3D calls it "RGB Bitmap").
+  if (entry.is_3d && input == 0 && type.find("WAX") == std::string::npos) return DemoMedia::kLandscape;
   if (entry.is_3d && input > 0 && type.find("WAX") == std::string::npos) return DemoMedia::kTitle;
   return DemoMedia::kShapes;
 }
