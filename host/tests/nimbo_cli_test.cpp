@@ -210,7 +210,6 @@ TEST_F(NimboTest, BadInputGivesOneErrorLineAndLeavesNoFile) {
       {{"render", "copy", "-i", in, "-o", Path("no/such/dir/out.png")}, "cannot write"},
       {{"render", "copy", "-i", in, "-o", Path("out.xyz")}, "out.xyz"},
       {{"render", "copy", "-i", in, "--values", Path("v.csv"), "--then", "pair", "-o", out}, "takes 2 inputs"},
-      {{"render", "gen", "-o", out}, "--size"},
       {{"render", "copy", "-i", "/dev/video99", "--frames", "2", "-o", out}, "camera"},
   };
   for (const Case& c : cases) {
