@@ -545,6 +545,20 @@ TEST(Frei0rClock, TellsSecondsFromMillisecondsAndSeeksFromFrames) {
   // pts * time base * 1000 carries rounding: 3 * 0.04 * 1000 = 119.99999999999999.
   EXPECT_EQ(ms.Advance(3 * 0.04 * 1000).ms, 120);
   EXPECT_EQ(ms.Advance(160.0).frame, 4);
+
+  // A time no clock holds counts on from the last frame, as NaN does; a
+  // period of almost nothing gives huge frame numbers, never an overflow.
+  const HostClock::Tick huge = ms.Advance(1.7e101);
+  EXPECT_EQ(huge.ms, 200);
+  EXPECT_FALSE(huge.jumped);
+  EXPECT_EQ(ms.Advance(-1e300).ms, 240);
+  HostClock tiny;
+  tiny.Advance(0.0);
+  tiny.Advance(1e-300);
+  const HostClock::Tick later = tiny.Advance(1.0);
+  EXPECT_TRUE(later.jumped);
+  EXPECT_EQ(later.ms, 1000);
+  EXPECT_GT(later.frame, 0);
 }
 
 ParamDesc Setting(ParamType type, const std::string& key, const char* store_type, double minimum, double maximum,
