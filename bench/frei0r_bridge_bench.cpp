@@ -31,14 +31,12 @@ extern "C" {
 #include <string>
 #include <vector>
 
-#include "bridge_catalog.h"
 #include "media/frame_scaler.h"
 #include "runtime/effect_stage.h"
 #include "runtime/host_services.h"
 
 namespace {
 
-using nimbo::frei0r::Layout;
 using nimbo::host::FrameBuffer;
 
 constexpr int32_t kWidth = 1920;
@@ -50,15 +48,25 @@ constexpr int kWarmUpFrames = 10;
 
 struct Case {
   const char* effect;
-  Layout layout;
+  const char* plugin;  // file in build/lib/frei0r-1
+  bool mixer;
 };
 // The image effects, each once (ChromaKeyPRO as the two-input mixer).
 const Case kCases[] = {
-    {"ReScaler", Layout::kFilter},    {"LoPass", Layout::kFilter},        {"TimeBlur2", Layout::kFilter},
-    {"Fast h-Blur", Layout::kFilter}, {"RGB Displacer", Layout::kFilter}, {"ColorReducer", Layout::kFilter},
-    {"Glitter", Layout::kFilter},     {"Retina Killer", Layout::kFilter}, {"ChromaKeyPRO", Layout::kMixer},
-    {"XtractAlpha", Layout::kFilter}, {"ColorTrafo", Layout::kFilter},    {"ColorTracker", Layout::kFilter},
-    {"Distorter", Layout::kFilter},   {"LowQ", Layout::kFilter},
+    {"ReScaler", "nimbo_rescaler", false},
+    {"LoPass", "nimbo_lopass", false},
+    {"TimeBlur2", "nimbo_timeblur2", false},
+    {"Fast h-Blur", "nimbo_fast_h_blur", false},
+    {"RGB Displacer", "nimbo_rgb_displacer", false},
+    {"ColorReducer", "nimbo_colorreducer", false},
+    {"Glitter", "nimbo_glitter", false},
+    {"Retina Killer", "nimbo_retina_killer", false},
+    {"ChromaKeyPRO", "nimbo_chromakeypro", true},
+    {"XtractAlpha", "nimbo_xtractalpha", false},
+    {"ColorTrafo", "nimbo_colortrafo", false},
+    {"ColorTracker", "nimbo_colortracker", false},
+    {"Distorter", "nimbo_distorter", false},
+    {"LowQ", "nimbo_lowq", false},
 };
 
 FrameBuffer Frame(uint32_t seed) {
@@ -106,11 +114,10 @@ struct Plugin {
 void BM_BridgeOverRuntime(benchmark::State& state) {
   const Case& c = kCases[state.range(0)];
   Plugin plugin;
-  if (!plugin.Open(nimbo::frei0r::PluginFileName(c.effect, c.layout))) {
+  if (!plugin.Open(c.plugin)) {
     state.SkipWithError("cannot open the plug-in");
     return;
   }
-  const bool mixer = c.layout == Layout::kMixer;
   const FrameBuffer sources[2] = {Frame(0), Frame(1)};
 
   nimbo::host::EffectStage stage(Package(), Package().Find(c.effect), kWidth, kHeight, kFps);
@@ -140,7 +147,7 @@ void BM_BridgeOverRuntime(benchmark::State& state) {
     stage.RenderFrame(frame, inputs);
     const double t1 = ThreadSeconds();
     const uint32_t* a = sources[frame % 2].pixels.data();
-    const uint32_t* b = mixer ? sources[(frame + 1) % 2].pixels.data() : nullptr;
+    const uint32_t* b = c.mixer ? sources[(frame + 1) % 2].pixels.data() : nullptr;
     plugin.update2(instance, double(frame) / kFps, a, b, nullptr,
                    outputs[size_t(frame) % outputs.size()].pixels.data());
     const double t2 = ThreadSeconds();
