@@ -146,13 +146,28 @@ T Number(Bytes& in) {
   return pick < std::size(special) ? special[pick] : in.Raw<T>();
 }
 
+std::string temp_folder;
+
+// The folder and the files the plug-ins left in it go when the run ends.
+void RemoveTempFolder() {
+  if (DIR* dir = opendir(temp_folder.c_str())) {
+    while (const dirent* entry = readdir(dir)) {
+      const std::string name = entry->d_name;
+      if (name != "." && name != "..") std::remove((temp_folder + "/" + name).c_str());
+    }
+    closedir(dir);
+  }
+  rmdir(temp_folder.c_str());
+}
+
 const std::string& TempFolder() {
-  static const std::string folder = [] {
+  if (temp_folder.empty()) {
     char name[] = "/tmp/fuzz_frei0r_XXXXXX";
     FUZZ_CHECK(mkdtemp(name) != nullptr);
-    return std::string(name);
-  }();
-  return folder;
+    temp_folder = name;
+    std::atexit(RemoveTempFolder);
+  }
+  return temp_folder;
 }
 
 // A text parameter's value. Paths stay in the temporary folder or name
