@@ -1,5 +1,6 @@
 #include "bridge_clock.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace nimbo::frei0r {
@@ -9,12 +10,19 @@ constexpr double kJumpPeriods = 2.5;
 // Host times carry the rounding of pts * time base (k * 0.04 * 1000 may be
 // 119.99999999); nimbo's frame time is exact, so round within this much.
 constexpr double kMsSlack = 1e-6;
+// A time further from 0 than this (in the host's unit: 31 years in
+// milliseconds) is no usable time, like NaN: the effect's clock stays far
+// inside int64_t, whatever an effect adds to it.
+constexpr double kMaxTime = 1e12;
+// Frame numbers are clamped here: a period of a few femtoseconds would count
+// more frames than an integer holds.
+constexpr double kMaxFrame = 1e15;
 
 }  // namespace
 
 HostClock::Tick HostClock::Advance(double time) {
   Tick tick;
-  if (!std::isfinite(time)) {
+  if (!(std::fabs(time) <= kMaxTime)) {
     // No usable time: count frames at an assumed 25 a second.
     time = started_ ? last_ + (period_ > 0 ? period_ : (milliseconds_ ? 40.0 : 0.04)) : 0.0;
   }
@@ -34,7 +42,9 @@ HostClock::Tick HostClock::Advance(double time) {
   tick.seconds = milliseconds_ ? time / 1000.0 : time;
   tick.ms = int64_t(std::floor(tick.seconds * 1000.0 + kMsSlack));
   const double period_seconds = milliseconds_ ? period_ / 1000.0 : period_;
-  tick.frame = period_seconds > 0 ? int64_t(std::llround(tick.seconds / period_seconds)) : 0;
+  if (period_seconds > 0) {
+    tick.frame = int64_t(std::llround(std::clamp(tick.seconds / period_seconds, -kMaxFrame, kMaxFrame)));
+  }
   return tick;
 }
 

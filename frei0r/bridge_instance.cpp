@@ -153,12 +153,9 @@ const orrery::Screen* BridgeInstance::Input(int32_t index, const uint32_t* pixel
   const orrery::Size size = stage_->InputSize(index);
   if (size.width == render_width_ && size.height == render_height_) return &screens_[size_t(index)];
   // The effect asked for another size: scaled the way nimbo scales a
-  // chained picture.
-  host::FrameBuffer& from = unscaled_[size_t(index)];
-  from.EnsureSize(render_width_, render_height_);
-  std::memcpy(from.pixels.data(), pixels, from.pixels.size() * sizeof(uint32_t));
+  // chained picture, straight from the host's frame.
   host::FrameBuffer& to = scaled_[size_t(index)];
-  scalers_[size_t(index)].Scale(from, to, size.width, size.height);
+  scalers_[size_t(index)].Scale(pixels, render_width_, render_height_, to, size.width, size.height);
   screens_[size_t(index)] = to.AsScreen();
   return &screens_[size_t(index)];
 }
@@ -166,14 +163,13 @@ const orrery::Screen* BridgeInstance::Input(int32_t index, const uint32_t* pixel
 bool BridgeInstance::Render(const uint32_t* first, const uint32_t* second, uint32_t* out) {
   const int32_t count = stage_->InputCount();
   screens_.resize(size_t(count));
-  unscaled_.resize(size_t(count));
   scaled_.resize(size_t(count));
   scalers_.resize(size_t(count));
-  std::vector<const orrery::Screen*> inputs(size_t(count), nullptr);
+  inputs_.assign(size_t(count), nullptr);
   const uint32_t* given[2] = {first, second};
-  for (int32_t i = 0; i < count && i < 2; ++i) inputs[size_t(i)] = Input(i, given[i]);
+  for (int32_t i = 0; i < count && i < 2; ++i) inputs_[size_t(i)] = Input(i, given[i]);
   orrery::Screen output{render_width_, render_height_, out};
-  return stage_->RenderScreens(inputs, output);
+  return stage_->RenderScreens(inputs_, output);
 }
 
 void BridgeInstance::Update(double time, const uint32_t* first, const uint32_t* second, uint32_t* out) {

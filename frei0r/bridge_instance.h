@@ -68,9 +68,12 @@ class BridgeInstance {
   std::vector<std::string> applied_sets_;
   HostClock clock_;
 
-  // Inputs an effect asks for at another size than the frame (ReScaler).
+  // The frame's inputs as the effect takes them, kept between frames so a
+  // frame allocates nothing; inputs an effect asks for at another size than
+  // the frame (ReScaler) are scaled into scaled_.
   std::vector<orrery::Screen> screens_;
-  std::vector<host::FrameBuffer> unscaled_, scaled_;
+  std::vector<const orrery::Screen*> inputs_;
+  std::vector<host::FrameBuffer> scaled_;
   std::vector<host::FrameScaler> scalers_;
 
   int values_param_ = -1;  // the "values file" parameter, if the effect publishes values

@@ -16,6 +16,7 @@
 #include "bridge_catalog.h"
 #include "bridge_clock.h"
 #include "bridge_params.h"
+#include "media/frame_scaler.h"
 #include "orrery/services.h"
 #include "plugin_handle.h"
 #include "runtime/effect_stage.h"
@@ -203,6 +204,46 @@ TEST(Frei0rPlugins, RenderWhatTheHostRuntimeRendersInSecondsAndMilliseconds) {
       p.destruct(instance);
     }
   }
+}
+
+TEST(Frei0rPlugins, AnInputAtAnotherSizeIsScaledFromTheHostsFrameWhereverItLies) {
+  // ReScaler asks for a 24 x 20 input: nimbo render's decoder delivers that
+  // size, the bridge scales the host's frame to it, reading it in place. A
+  // frame one word off a 16-byte boundary gives the same picture.
+  const int32_t w = 40, h = 24, in_w = 24, in_h = 20;
+  const host::Package& package = Package();
+  host::EffectStage stage(package, package.Find("ReScaler"), w, h, 25.0);
+  host::StageOptions options;
+  options.sets = {"in_w=24", "in_h=20"};
+  stage.Configure(options);
+  ASSERT_EQ(stage.InputSize(0).width, in_w);
+  ASSERT_EQ(stage.InputSize(0).height, in_h);
+
+  PluginHandle p = Open({"ReScaler", Layout::kFilter});
+  f0r_instance_t aligned = p.construct(w, h), shifted = p.construct(w, h);
+  for (f0r_instance_t instance : {aligned, shifted}) {
+    SetNumber(p, instance, "in_w", in_w / 1024.0);
+    SetNumber(p, instance, "in_h", in_h / 1024.0);
+  }
+  for (int k = 0; k < 3; ++k) {
+    const std::vector<uint32_t> pixels = TestFrame(w, h, k);
+    host::FrameBuffer frame(w, h), scaled;
+    std::copy(pixels.begin(), pixels.end(), frame.pixels.begin());
+    host::FrameScaler().Scale(frame, scaled, in_w, in_h);
+    stage.RenderFrame(k, {&scaled});
+    const std::vector<uint32_t> expected(stage.Output().pixels.begin(), stage.Output().pixels.end());
+    EXPECT_GT(std::set<uint32_t>(expected.begin(), expected.end()).size(), 1u) << "ReScaler drew nothing";
+
+    EXPECT_EQ(Update(p, aligned, w, h, k * 0.04, k), expected) << "frame " << k;
+    host::FrameBuffer host_frame(w * h + 4, 1);
+    uint32_t* odd = host_frame.pixels.data() + 1;
+    std::copy(pixels.begin(), pixels.end(), odd);
+    std::vector<uint32_t> out(pixels.size(), kCanary);
+    p.update(shifted, k * 0.04, odd, out.data());
+    EXPECT_EQ(out, expected) << "frame " << k << " from an unaligned frame";
+  }
+  p.destruct(aligned);
+  p.destruct(shifted);
 }
 
 TEST(Frei0rPlugins, SettingParametersMapOntoTheSettingsRange) {
@@ -504,6 +545,20 @@ TEST(Frei0rClock, TellsSecondsFromMillisecondsAndSeeksFromFrames) {
   // pts * time base * 1000 carries rounding: 3 * 0.04 * 1000 = 119.99999999999999.
   EXPECT_EQ(ms.Advance(3 * 0.04 * 1000).ms, 120);
   EXPECT_EQ(ms.Advance(160.0).frame, 4);
+
+  // A time no clock holds counts on from the last frame, as NaN does; a
+  // period of almost nothing gives huge frame numbers, never an overflow.
+  const HostClock::Tick huge = ms.Advance(1.7e101);
+  EXPECT_EQ(huge.ms, 200);
+  EXPECT_FALSE(huge.jumped);
+  EXPECT_EQ(ms.Advance(-1e300).ms, 240);
+  HostClock tiny;
+  tiny.Advance(0.0);
+  tiny.Advance(1e-300);
+  const HostClock::Tick later = tiny.Advance(1.0);
+  EXPECT_TRUE(later.jumped);
+  EXPECT_EQ(later.ms, 1000);
+  EXPECT_GT(later.frame, 0);
 }
 
 ParamDesc Setting(ParamType type, const std::string& key, const char* store_type, double minimum, double maximum,

@@ -35,7 +35,8 @@ BOOL, DOUBLE, COLOR, STRING = 0, 1, 2, 4
 # Per effect: settings (--set) and dynamic variables or sliders (--dyn) off
 # their defaults, so the parameter mapping is exercised, not only the defaults.
 CASES = {
-    "ReScaler": {"set": {}, "dyn": {}},
+    # An input smaller than the frame: the bridge scales the host's frame itself.
+    "ReScaler": {"set": {"in_w": 24, "in_h": 20}, "dyn": {}},
     "LoPass": {"set": {}, "dyn": {"Resonance Q": 4.0}},
     "TimeBlur2": {"set": {}, "dyn": {}},
     "Fast h-Blur": {"set": {}, "dyn": {}},

@@ -64,7 +64,9 @@ void EffectStage::Configure(const StageOptions& options) {
     input_sizes_.push_back(size);
   }
   effect_->Initialize();
-  output_.Reset(width_, height_, kOpaqueBlack);
+  // Black again, allocated when it is first asked for: a host that renders
+  // into its own frames (RenderScreens) never needs this one.
+  output_ = FrameBuffer();
   for (const std::string& dyn : options.dyns) Bind(dyn);
 }
 
@@ -271,8 +273,14 @@ bool EffectStage::RenderFrame(int64_t frame, const std::vector<const FrameBuffer
     screens[i] = {inputs[i]->width, inputs[i]->height, const_cast<uint32_t*>(inputs[i]->pixels.data())};
     list[i] = &screens[i];
   }
+  Output();  // allocated
   orrery::Screen out = output_.AsScreen();
   return RenderScreens(list, out);
+}
+
+const FrameBuffer& EffectStage::Output() const {
+  if (output_.pixels.empty()) output_.Reset(width_, height_, kOpaqueBlack);
+  return output_;
 }
 
 bool EffectStage::RenderScreens(const std::vector<const orrery::Screen*>& inputs, orrery::Screen& out) {

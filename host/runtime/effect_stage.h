@@ -62,7 +62,8 @@ class EffectStage {
   // frame memory (a frei0r client) renders without copying. A failed frame
   // leaves `out` black.
   bool RenderScreens(const std::vector<const orrery::Screen*>& inputs, orrery::Screen& out);
-  const FrameBuffer& Output() const { return output_; }
+  // What RenderFrame rendered; black before the first frame.
+  const FrameBuffer& Output() const;
   int64_t FailedFrames() const { return failed_frames_; }
 
   std::vector<OutputValue> OutputValues() const;
@@ -99,7 +100,7 @@ class EffectStage {
   EffectPtr effect_;
   std::vector<orrery::Size> input_sizes_;
   std::vector<Binding> bindings_;
-  FrameBuffer output_;
+  mutable FrameBuffer output_;  // allocated on first use
   int64_t failed_frames_ = 0;
   std::vector<DynVarValue> preset_dynvars_;  // the preset's current values of dynamic variables
   std::string preset_path_;
