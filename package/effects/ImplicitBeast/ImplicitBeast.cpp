@@ -29,10 +29,8 @@
 #include <string>
 #include <vector>
 
-#include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
-#include "framework/dynvar_list.h"
 #include "implicit_field.h"
 #include "implicit_mesh.h"
 #include "implicit_programs.h"
@@ -40,11 +38,7 @@
 #include "orrery/services.h"
 #include "program_editor.h"
 #include "program_file.h"
-#include "render3d/engine_loader.h"
-#include "render3d/export_3ds.h"
-#include "render3d/material_dialog.h"
-#include "render3d/material_manager.h"
-#include "render3d/scene3d.h"
+#include "render3d/scene_effect.h"
 
 namespace nimbo {
 namespace {
@@ -70,15 +64,19 @@ constexpr const char* kRenderError = "CImplicitBeastDfx::Render Error";
 constexpr const char* kHelpPage = "helpfile/Effects/3D/ImplicitBeast/ImplicitBeast.htm";
 constexpr float kWorldSide = 100.0f;
 
-constexpr const char* kTimeVar = "ImplicitBeast time (1.0 = realtime)";
-constexpr float kTimeSpeedMin = -4.0f, kTimeSpeedMax = 4.0f;
+constexpr SceneVar kTimeVar = {"ImplicitBeast time (1.0 = realtime)", -4.0f, 4.0f, 1.0f};
 
-class CImplicitBeastDfx final : public CEffectBase {
+constexpr SceneEffectLayout kLayout = {.background_input = kBackgroundInput,
+                                       .first_texture_input = kFirstTextureInput,
+                                       .texture_inputs = kTextureInputs,
+                                       .render_error = kRenderError,
+                                       .material_name = kMaterialName,
+                                       .mesh_name = "Implicit"};
+
+class CImplicitBeastDfx final : public CSceneEffect {
  public:
   CImplicitBeastDfx()
-      : CEffectBase(kInfo, kLabelImplicitBeast, kHelpPage, sizeof(CImplicitBeastDfx)),
-        scene_(kBackgroundInput),
-        materials_(kTextureInputs, "") {
+      : CSceneEffect(kInfo, kLabelImplicitBeast, kHelpPage, sizeof(CImplicitBeastDfx), kLayout) {
     materials_.LoadMaterial(0, DefaultImplicitMaterial());
     orrery::RegisterEffectAction(this, "load-program",
                                  "Load program...: replaces the programs and user variables with a program file "
@@ -87,89 +85,18 @@ class CImplicitBeastDfx final : public CEffectBase {
     orrery::RegisterEffectAction(this, "save-program",
                                  "Save program...: writes the programs and user variables as a plain-text file",
                                  &SaveProgram, this);
-    orrery::RegisterEffectAction(this, "save-3ds", "Save as 3DS...: writes the surface and camera last drawn", &Save3DS,
-                                 this);
+    RegisterSave3DS("Save as 3DS...: writes the surface and camera last drawn");
     std::lock_guard lock(lock_);
     Recompile();
-  }
-
-  ~CImplicitBeastDfx() override {
-    orrery::UnregisterEffectActions(this);
-    FreeAll();
-  }
-
-  const char* GetInputScreenName(int32_t index) override {
-    std::lock_guard lock(lock_);
-    if (index >= kFirstTextureInput && index < kFirstTextureInput + kTextureInputs) {
-      if (const char* name = materials_.GetInputName(index - kFirstTextureInput)) return name;
-    }
-    return CEffectBase::GetInputScreenName(index);
-  }
-
-  int32_t SendEffectMessage(int32_t a, int32_t b) override {
-    std::lock_guard lock(lock_);
-    if (engine_) engine_->Message(a, b);
-    return 0;
-  }
-
-  int32_t Initialize() override {
-    std::lock_guard lock(lock_);
-    FetchOutputSize();
-    FreeAll();
-    engine_ = CreateEngineObject(this);
-    if (!engine_) return 0;
-    if (OutputSizeKnown()) engine_->SetOutputSize(out_w_, out_h_);
-    if (!engine_->Begin()) {
-      FreeAll();
-      return 0;
-    }
-    materials_.SetEngine(engine_);
-    materials_.SetOutputSize(out_w_, out_h_);
-    materials_.BuildAll();
-    engine_->End();
-    mesh_built_ = false;
-    return 1;
-  }
-
-  int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
-    std::lock_guard lock(lock_);
-    if (!OutputSizeKnown()) return 0;
-    if (!engine_ || !scene_.BeginFrame(engine_, inputs, out_w_, out_h_)) {
-      if (engine_) engine_->ErrorReport(kRenderError);
-      return 0;
-    }
-    materials_.UpdateInputTextures(inputs, kFirstTextureInput);
-    const float speed =
-        time_speed_ && std::isfinite(*time_speed_) ? std::clamp(*time_speed_, kTimeSpeedMin, kTimeSpeedMax) : 1.0f;
-    const float t = scene_.Advance(host_context_, speed);
-    SceneCamera own;
-    own.position[0] = 0, own.position[1] = 60, own.position[2] = 140;
-    drawn_camera_ = scene_.ControlledCamera(own);
-    BuildMesh(t);
-    scene_.SetCamera(engine_, drawn_camera_);
-    scene_.DrawInsertFx(engine_, inputs);
-    if (!triangles_.empty()) DrawMaterialMesh(engine_, materials_, 0, vertices_, triangles_);
-    return scene_.EndFrame(engine_, output);
   }
 
  protected:
-  void ReadSettings(orrery::ConfigStore& store) override {
-    ReadImplicitSettings(store, settings_);
-    scene_.ReadSettings(store);
-    materials_.LoadAll(store, "");
-    materials_.BuildAll();
-    Recompile();
-  }
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteImplicitSettings(store, settings_);
-    scene_.WriteSettings(store);
-    materials_.SaveAll(store, "");
-  }
-  void DeclareHostControls() override {
-    DescribeImplicitSettings(host_context_);
-    scene_.DescribeSettings(host_context_);
-    DeclareDynVars();
-  }
+  void ReadOwnSettings(orrery::ConfigStore& store) override { ReadImplicitSettings(store, settings_); }
+  void WriteOwnSettings(orrery::ConfigStore& store) override { WriteImplicitSettings(store, settings_); }
+  void DescribeOwnSettings() override { DescribeImplicitSettings(host_context_); }
+  void SettingsRead(orrery::ConfigStore&) override { Recompile(); }
+
+  float TimeSpeed() override { return VarValue(time_speed_, kTimeVar); }
 
   // The program editor, then (on OK) the material editor.
   int32_t RunDialog() override {
@@ -197,6 +124,36 @@ class CImplicitBeastDfx final : public CEffectBase {
     return 1;
   }
 
+  // The time speed, the scaffolding's, and one per user variable. A user
+  // variable's dynamic variable holds its position 0..1 (varmin 0, varmax
+  // 1) and carries the variable's minimum and maximum as the range the
+  // host's controller shows.
+  void DeclareDynVars() override {
+    time_speed_ = DeclareVar(kTimeVar);
+    CSceneEffect::DeclareDynVars();
+    positions_.clear();
+    for (const UserVariable& v : settings_.programs.vars)
+      positions_.push_back(dynvars_.DeclareFloat(v.name.c_str(), 0.0f, 1.0f, v.position, v.minimum, v.maximum, 0));
+  }
+
+  // FUN on the grid and its surface, then the point programs; while a
+  // program fails the last good surface stays.
+  void BuildFrame(float t, const orrery::InputList&) override {
+    if (CurrentPositions() != compiled_positions_) Recompile();
+    if (!compile_error_.empty() || !sampler_) return;  // keep the last good surface
+    const Box box = settings_.volume.AsBox();
+    sampler_->Sample(t, box, field_);
+    ExtractSurface(field_, sampler_->Side(), box, settings_.volume.closed != 0, &surface_);
+    points_->Apply(t, surface_, uvs_);
+    AssembleVertices(surface_, points_->HasTexture() ? &uvs_ : nullptr, box, kWorldSide, vertices_);
+    triangles_ = surface_.triangles;
+    mesh_built_ = true;
+    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CImplicitBeastDfx) + field_.capacity() * sizeof(float) +
+                                                        vertices_.capacity() * sizeof(nb3D::Vertex) +
+                                                        surface_.positions.capacity() * 2 * sizeof(float) +
+                                                        triangles_.capacity() * 2 * sizeof(uint32_t)));
+  }
+
  private:
   // The light map alone (a picture layer without a picture: lit black), so
   // the surface shines with no input connected; the material editor (or the
@@ -208,27 +165,12 @@ class CImplicitBeastDfx final : public CEffectBase {
     return m;
   }
 
-  // The dynamic variables: the time speed, the scaffolding's, and one per
-  // user variable. A user variable's dynamic variable holds its position
-  // 0..1 (varmin 0, varmax 1) and carries the variable's minimum and
-  // maximum as the range the host's controller shows.
-  void DeclareDynVars() {
-    dynvars_.Clear();
-    time_speed_ = dynvars_.DeclareFloat(kTimeVar, kTimeSpeedMin, kTimeSpeedMax, 1.0f, kTimeSpeedMin, kTimeSpeedMax, 0);
-    scene_.DeclareInsertFxVars(dynvars_);
-    scene_.DeclareCameraVars(dynvars_);
-    positions_.clear();
-    for (const UserVariable& v : settings_.programs.vars)
-      positions_.push_back(dynvars_.DeclareFloat(v.name.c_str(), 0.0f, 1.0f, v.position, v.minimum, v.maximum, 0));
-    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
-  }
-
   // After a load or an edit: recompile, re-declare the variables (the list
   // may have changed) and store it all.
   void AfterProgramsChanged() {
     Recompile();
-    DeclareDynVars();
-    if (orrery::ConfigStore* store = host_context_ ? host_context_->GetConfigStore() : nullptr) WriteConfig(*store);
+    PublishDynVars();
+    StoreConfig();
   }
 
   std::vector<float> CurrentPositions() const {
@@ -251,35 +193,6 @@ class CImplicitBeastDfx final : public CEffectBase {
     compiled_ = std::make_unique<CompiledPrograms>(std::move(compiled));
     sampler_ = std::make_unique<FieldSampler>(compiled_->program[kFunProgram], settings_.volume.grid);
     points_ = std::make_unique<PointPrograms>(*compiled_);
-  }
-
-  void BuildMesh(float t) {
-    if (CurrentPositions() != compiled_positions_) Recompile();
-    if (!compile_error_.empty() || !sampler_) return;  // keep the last good surface
-    const Box box = settings_.volume.AsBox();
-    sampler_->Sample(t, box, field_);
-    ExtractSurface(field_, sampler_->Side(), box, settings_.volume.closed != 0, &surface_);
-    points_->Apply(t, surface_, uvs_);
-    AssembleVertices(surface_, points_->HasTexture() ? &uvs_ : nullptr, box, kWorldSide, vertices_);
-    triangles_ = surface_.triangles;
-    mesh_built_ = true;
-    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CImplicitBeastDfx) + field_.capacity() * sizeof(float) +
-                                                        vertices_.capacity() * sizeof(nb3D::Vertex) +
-                                                        surface_.positions.capacity() * 2 * sizeof(float) +
-                                                        triangles_.capacity() * 2 * sizeof(uint32_t)));
-  }
-
-  std::string Export3DS(const std::string& path) {
-    std::lock_guard lock(lock_);
-    ExportMesh mesh;
-    mesh.name = "Implicit";
-    for (const nb3D::Vertex& v : vertices_) {
-      mesh.positions.insert(mesh.positions.end(), {v.x, v.y, v.z});
-      mesh.uvs.insert(mesh.uvs.end(), {v.u, v.v});
-    }
-    mesh.triangles = triangles_;
-    return ExportScene3DS(path.c_str(), engine_ != nullptr && mesh_built_, kMaterialName, materials_.GetMaterial(0),
-                          {&mesh, 1}, drawn_camera_);
   }
 
   // A file replaces the programs only when it reads and compiles whole.
@@ -311,25 +224,8 @@ class CImplicitBeastDfx final : public CEffectBase {
   static int32_t SaveProgram(void* user, const char* path, std::string* message) {
     return Report(static_cast<CImplicitBeastDfx*>(user)->SaveProgramFile(path ? path : ""), message);
   }
-  static int32_t Save3DS(void* user, const char* path, std::string* message) {
-    return Report(static_cast<CImplicitBeastDfx*>(user)->Export3DS(path ? path : ""), message);
-  }
-
-  void FreeAll() {
-    materials_.FreeAll();
-    materials_.SetEngine(nullptr);
-    if (engine_) {
-      scene_.Free(engine_);
-      engine_->Release();
-    }
-    engine_ = nullptr;
-    mesh_built_ = false;
-  }
 
   ImplicitSettings settings_;
-  Scene3D scene_;
-  nbMatManager materials_;
-  DynVarList dynvars_;
   float* time_speed_ = nullptr;
   std::vector<float*> positions_;
 
@@ -342,10 +238,6 @@ class CImplicitBeastDfx final : public CEffectBase {
   std::vector<float> field_;
   IsoMesh surface_;
   std::vector<float> uvs_;
-  std::vector<nb3D::Vertex> vertices_;
-  std::vector<uint32_t> triangles_;
-  SceneCamera drawn_camera_;
-  bool mesh_built_ = false;
 };
 
 }  // namespace
