@@ -2,6 +2,7 @@
 #include "render3d/scene_effect.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 
 #include "orrery/services.h"
@@ -185,6 +186,21 @@ ExportMesh CSceneEffect::MeshOf(const char* name, std::span<const nb3D::Vertex> 
   }
   mesh.triangles.assign(triangles.begin(), triangles.end());
   return mesh;
+}
+
+// ---- 8. materials and memory -----------------------------------------------------
+Material CSceneEffect::LightMapMaterial(const char* name) {
+  Material m = DefaultMaterial();
+  m.tex[0].w = m.tex[0].h = 256;
+  SetFixedText(m.name, name);
+  return m;
+}
+
+void CSceneEffect::SetMemorySize(size_t bytes) { mem_size_ = int32_t(std::min<size_t>(INT32_MAX, bytes)); }
+
+size_t CSceneEffect::SurfaceBytes(const std::vector<float>& field, const IsoMesh& surface) const {
+  return field.capacity() * sizeof(float) + vertices_.capacity() * sizeof(nb3D::Vertex) +
+         surface.positions.capacity() * 2 * sizeof(float) + triangles_.capacity() * 2 * sizeof(uint32_t);
 }
 
 int32_t CSceneEffect::Save3DS(void* user, const char* path, std::string* message) {

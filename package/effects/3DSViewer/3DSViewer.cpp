@@ -49,8 +49,6 @@ constexpr orrery::InputDesc kInputs[] = {{-1, -1, "Background"}, {-1, -1, "RGB T
 constexpr orrery::EffectInfo kInfo = {kInputs, 9, {-1, -1}, "output", "nimbo one\\3D Effect\\3DSViewer", kAuthor,
                                       "Effect,3D,", 0x016691D868689F7Aull, orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
-constexpr int32_t kFirstTextureInput = 1;
 constexpr const char* kRenderError = "C3DSViewerDfx::Render Error";
 constexpr const char* kHelpPage = "helpfile/Effects/3D/3DSViewer/3DSViewer.htm";
 
@@ -97,11 +95,8 @@ constexpr SceneVar kSpeedVar = {"Playback speed", -4.0f, 4.0f, 1.0f};
 
 // The texture inputs keep their name "RGB Texture" whatever the scene's
 // materials are called.
-constexpr SceneEffectLayout kLayout = {.background_input = kBackgroundInput,
-                                       .first_texture_input = kFirstTextureInput,
-                                       .texture_inputs = viewer3ds::kTextureInputs,
-                                       .material_names_inputs = false,
-                                       .render_error = kRenderError};
+constexpr SceneEffectLayout kLayout = {
+    .texture_inputs = viewer3ds::kTextureInputs, .material_names_inputs = false, .render_error = kRenderError};
 
 uint32_t MultiplyColors(uint32_t a, uint32_t b) {
   uint32_t out = 0xFF000000u;
@@ -336,7 +331,7 @@ class C3DSViewerDfx final : public CTableSceneEffect<ViewerSettings> {
       bytes += b.vertices.capacity() * sizeof(nb3D::Vertex) + b.indices.capacity() * sizeof(uint32_t);
     const scene3ds::C3DSScene& s = viewer_->Scene();
     bytes += s.Vertices().capacity() * sizeof(scene3ds::Vertex) + s.Faces().capacity() * sizeof(scene3ds::Face);
-    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, bytes));
+    SetMemorySize(bytes);
   }
 
   std::unique_ptr<ViewerScene> viewer_;

@@ -42,9 +42,6 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       0x00239E34697957E2ull,
                                       orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
-constexpr int32_t kFirstTextureInput = 1;
-constexpr int32_t kTextureInputs = 2;
 constexpr const char* kMaterialName = "blobmat";
 constexpr const char* kRenderError = "CBlob3DDfx::Render Error";
 constexpr const char* kHelpPage = "helpfile/Effects/3D/Blob3D/Blob3D.htm";
@@ -80,12 +77,9 @@ constexpr SceneVar kSpeedVar = {"Blob speed", -4.0f, 4.0f, 1.0f};
 constexpr SceneVar kSpreadVar = {"Blob spread", 0.0f, 1.0f, 0.45f};
 constexpr SceneVar kSizeVar = {"Blob size", 0.2f, 3.0f, 1.0f};
 
-constexpr SceneEffectLayout kLayout = {.background_input = kBackgroundInput,
-                                       .first_texture_input = kFirstTextureInput,
-                                       .texture_inputs = kTextureInputs,
-                                       .render_error = kRenderError,
-                                       .material_name = kMaterialName,
-                                       .mesh_name = "Blob"};
+// Input 0 the background, 1 and 2 the material's texture inputs: the layout's defaults.
+constexpr SceneEffectLayout kLayout = {
+    .render_error = kRenderError, .material_name = kMaterialName, .mesh_name = "Blob"};
 
 void Normalize(float v[3]) {
   const float length = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
@@ -113,7 +107,7 @@ void CameraBasis(const SceneCamera& c, float forward[3], float right[3], float u
 class CBlob3DDfx final : public CTableSceneEffect<BlobSettings> {
  public:
   CBlob3DDfx() : CTableSceneEffect(kInfo, kLabelBlob3D, kHelpPage, sizeof(CBlob3DDfx), kLayout, kRows, "Blob 3D") {
-    materials_.LoadMaterial(0, DefaultBlobMaterial());
+    materials_.LoadMaterial(0, LightMapMaterial(kMaterialName));
     RegisterSave3DS("Save as 3DS...: writes the blob surface and camera last drawn");
   }
 
@@ -144,23 +138,10 @@ class CBlob3DDfx final : public CTableSceneEffect<BlobSettings> {
     AssembleVertices();
     triangles_ = surface_.triangles;
     mesh_built_ = true;
-    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CBlob3DDfx) + field_.capacity() * sizeof(float) +
-                                                        vertices_.capacity() * sizeof(nb3D::Vertex) +
-                                                        surface_.positions.capacity() * 2 * sizeof(float) +
-                                                        triangles_.capacity() * 2 * sizeof(uint32_t)));
+    SetMemorySize(sizeof(CBlob3DDfx) + SurfaceBytes(field_, surface_));
   }
 
  private:
-  // The light map alone (a picture layer without a picture: lit black),
-  // so the blobs shine with no input connected; the material editor (or
-  // the key mat0mattex0texmode = 0) puts the first texture input on them.
-  static Material DefaultBlobMaterial() {
-    Material m = DefaultMaterial();
-    m.tex[0].w = m.tex[0].h = 256;
-    SetFixedText(m.name, kMaterialName);
-    return m;
-  }
-
   // Texture coordinates: from the normal as the camera sees it (a sphere
   // map: the texture wraps the body like a reflection) or from x and y.
   void AssembleVertices() {

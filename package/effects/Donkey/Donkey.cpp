@@ -38,9 +38,6 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       0x0024E38DBAA4EAA7ull,
                                       orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
-constexpr int32_t kFirstTextureInput = 1;
-constexpr int32_t kTextureInputs = 2;
 constexpr const char* kRenderError = "CDonkeyDfx::Render Error";
 constexpr const char* kHelpPage = "helpfile/Effects/3D/Donkey/Donkey.htm";
 constexpr float kTwoPi = 6.28318531f;
@@ -97,10 +94,8 @@ std::array<float, 16> Placement(const float angle[3], const float at[3]) {
   return m;
 }
 
-constexpr SceneEffectLayout kLayout = {.background_input = kBackgroundInput,
-                                       .first_texture_input = kFirstTextureInput,
-                                       .texture_inputs = kTextureInputs,
-                                       .render_error = kRenderError};
+// Input 0 the background, 1 and 2 the material's texture inputs: the layout's defaults.
+constexpr SceneEffectLayout kLayout = {.render_error = kRenderError};
 
 class CDonkeyDfx final : public CTableSceneEffect<DonkeySettings> {
  public:
@@ -158,13 +153,12 @@ class CDonkeyDfx final : public CTableSceneEffect<DonkeySettings> {
   // highlight. A square power-of-two size fills its texture exactly, so
   // coordinates past 1 repeat the picture: the tunnel relies on that.
   static Material DefaultDonkeyMaterial() {
-    Material m = DefaultMaterial();
+    Material m = LightMapMaterial("donkeymat");
     m.tex[0].texmode = kTexModeInput;
     m.tex[0].w = m.tex[0].h = 512;
     m.tex[0].base_clr = 0x808080;
     m.tex[0].diff_clr = 0x202020;
     m.tex[0].spec_clr = 0x303030;
-    SetFixedText(m.name, "donkeymat");
     return m;
   }
 

@@ -48,9 +48,6 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       0x002412455A043E27ull,
                                       orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
-constexpr int32_t kFirstTextureInput = 1;
-constexpr int32_t kTextureInputs = 2;
 constexpr int32_t kHeightMapInput = 3;
 constexpr const char* kMaterialName = "ev3dmat";
 constexpr const char* kRenderError = "CEvaluator3DDfx::Render Error";
@@ -60,12 +57,9 @@ constexpr int32_t kPictureSide = 512;
 constexpr const char* kTimeVar = "Evaluator time (1.0 = realtime)";
 constexpr const char* kPatternsVar = "Disable visibility patterns";
 
-constexpr SceneEffectLayout kLayout = {.background_input = kBackgroundInput,
-                                       .first_texture_input = kFirstTextureInput,
-                                       .texture_inputs = kTextureInputs,
-                                       .render_error = kRenderError,
-                                       .material_name = kMaterialName,
-                                       .mesh_name = "Evaluator3D"};
+// Input 0 the background, 1 and 2 the material's texture inputs: the layout's defaults.
+constexpr SceneEffectLayout kLayout = {
+    .render_error = kRenderError, .material_name = kMaterialName, .mesh_name = "Evaluator3D"};
 
 // The effect's one material from its stored keys.
 Material ToMaterial(const e3d::TextureKeys& t) {
@@ -131,25 +125,25 @@ class CEvaluator3DDfx final : public CSceneEffect {
   void DescribeOwnSettings() override {}
 
   // ---- dialog ----
+  // The formula editor; the material follows the texture keys it edits.
   int32_t RunDialog() override {
-    e3d::EvaluatorSettings edit;
-    SceneSettings scene_edit;
-    {
-      std::lock_guard lock(lock_);
-      edit = settings_;
-      scene_edit = scene_.Settings();
-    }
-    e3d::FormulaEditor editor(edit, scene_edit, [this](const e3d::FormulaSet& set) {
-      std::lock_guard lock(lock_);
-      return e3d::Recompile(set);
-    });
-    editor.SetExport3DS([this](const std::string& path) { return Export3DS(path); });
-    if (!editor.Run(HelpPage())) return 0;
-    std::lock_guard lock(lock_);
-    settings_ = editor.Result();
-    scene_.Settings() = editor.SceneResult();
-    AfterSetChanged();
-    return 1;
+    return RunSceneDialog(
+        settings_, false,
+        [this](e3d::EvaluatorSettings& edit, SceneSettings& scene) {
+          e3d::FormulaEditor editor(edit, scene, [this](const e3d::FormulaSet& set) {
+            std::lock_guard lock(lock_);
+            return e3d::Recompile(set);
+          });
+          editor.SetExport3DS([this](const std::string& path) { return Export3DS(path); });
+          if (!editor.Run(HelpPage())) return false;
+          edit = editor.Result();
+          scene = editor.SceneResult();
+          return true;
+        },
+        [this](const e3d::EvaluatorSettings& edit) {
+          settings_ = edit;
+          AfterSetChanged();
+        });
   }
 
   // ---- a frame ----
@@ -194,9 +188,8 @@ class CEvaluator3DDfx final : public CSceneEffect {
     const size_t floats = grid_.x.capacity() * 3 + grid_.u.capacity() * 2 + grid_.u2.capacity() * 2 +
                           grid_.nx.capacity() * 3 + grid_.nx2.capacity() * 3 + grid_.sx.capacity() * 3 +
                           normals_.vertex.capacity() + normals_.face.capacity();
-    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CEvaluator3DDfx) + floats * sizeof(float) +
-                                                        vertices_.capacity() * sizeof(nb3D::Vertex) +
-                                                        triangles_.capacity() * sizeof(uint32_t)));
+    SetMemorySize(sizeof(CEvaluator3DDfx) + floats * sizeof(float) + vertices_.capacity() * sizeof(nb3D::Vertex) +
+                  triangles_.capacity() * sizeof(uint32_t));
   }
 
   // The mesh of a frame since the engine started only: one a failing

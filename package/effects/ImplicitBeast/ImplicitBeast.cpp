@@ -56,9 +56,6 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       0x016C7EF26E114765ull,
                                       orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
-constexpr int32_t kFirstTextureInput = 1;
-constexpr int32_t kTextureInputs = 2;
 constexpr const char* kMaterialName = "impmat";
 constexpr const char* kRenderError = "CImplicitBeastDfx::Render Error";
 constexpr const char* kHelpPage = "helpfile/Effects/3D/ImplicitBeast/ImplicitBeast.htm";
@@ -66,18 +63,15 @@ constexpr float kWorldSide = 100.0f;
 
 constexpr SceneVar kTimeVar = {"ImplicitBeast time (1.0 = realtime)", -4.0f, 4.0f, 1.0f};
 
-constexpr SceneEffectLayout kLayout = {.background_input = kBackgroundInput,
-                                       .first_texture_input = kFirstTextureInput,
-                                       .texture_inputs = kTextureInputs,
-                                       .render_error = kRenderError,
-                                       .material_name = kMaterialName,
-                                       .mesh_name = "Implicit"};
+// Input 0 the background, 1 and 2 the material's texture inputs: the layout's defaults.
+constexpr SceneEffectLayout kLayout = {
+    .render_error = kRenderError, .material_name = kMaterialName, .mesh_name = "Implicit"};
 
 class CImplicitBeastDfx final : public CSceneEffect {
  public:
   CImplicitBeastDfx()
       : CSceneEffect(kInfo, kLabelImplicitBeast, kHelpPage, sizeof(CImplicitBeastDfx), kLayout) {
-    materials_.LoadMaterial(0, DefaultImplicitMaterial());
+    materials_.LoadMaterial(0, LightMapMaterial(kMaterialName));
     orrery::RegisterEffectAction(this, "load-program",
                                  "Load program...: replaces the programs and user variables with a program file "
                                  "(plain text; refused whole when it does not compile)",
@@ -100,28 +94,23 @@ class CImplicitBeastDfx final : public CSceneEffect {
 
   // The program editor, then (on OK) the material editor.
   int32_t RunDialog() override {
-    ImplicitSettings edit;
-    SceneSettings scene_edit;
-    Material material;
-    {
-      std::lock_guard lock(lock_);
-      edit = settings_;
-      scene_edit = scene_.Settings();
-      material = materials_.GetMaterial(0);
-    }
-    ProgramEditor editor(edit, scene_edit, [this](const ProgramSet& set) {
-      std::lock_guard lock(lock_);
-      return CompilePrograms(set, {});
-    });
-    editor.SetExport3DS([this](const std::string& path) { return Export3DS(path); });
-    if (!editor.Run(HelpPage())) return 0;
-    const bool material_edited = RunMaterialDialog(material, platform::MainWindow(), HelpPage()) != 0;
-    std::lock_guard lock(lock_);
-    settings_ = editor.Result();
-    scene_.Settings() = editor.SceneResult();
-    if (material_edited) materials_.LoadMaterial(0, material);
-    AfterProgramsChanged();
-    return 1;
+    return RunSceneDialog(
+        settings_, true,
+        [this](ImplicitSettings& edit, SceneSettings& scene) {
+          ProgramEditor editor(edit, scene, [this](const ProgramSet& set) {
+            std::lock_guard lock(lock_);
+            return CompilePrograms(set, {});
+          });
+          editor.SetExport3DS([this](const std::string& path) { return Export3DS(path); });
+          if (!editor.Run(HelpPage())) return false;
+          edit = editor.Result();
+          scene = editor.SceneResult();
+          return true;
+        },
+        [this](const ImplicitSettings& edit) {
+          settings_ = edit;
+          AfterProgramsChanged();
+        });
   }
 
   // The time speed, the scaffolding's, and one per user variable. A user
@@ -148,23 +137,10 @@ class CImplicitBeastDfx final : public CSceneEffect {
     AssembleVertices(surface_, points_->HasTexture() ? &uvs_ : nullptr, box, kWorldSide, vertices_);
     triangles_ = surface_.triangles;
     mesh_built_ = true;
-    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CImplicitBeastDfx) + field_.capacity() * sizeof(float) +
-                                                        vertices_.capacity() * sizeof(nb3D::Vertex) +
-                                                        surface_.positions.capacity() * 2 * sizeof(float) +
-                                                        triangles_.capacity() * 2 * sizeof(uint32_t)));
+    SetMemorySize(sizeof(CImplicitBeastDfx) + SurfaceBytes(field_, surface_));
   }
 
  private:
-  // The light map alone (a picture layer without a picture: lit black), so
-  // the surface shines with no input connected; the material editor (or the
-  // key mat0mattex0texmode = 0) puts the first texture input on it.
-  static Material DefaultImplicitMaterial() {
-    Material m = DefaultMaterial();
-    m.tex[0].w = m.tex[0].h = 256;
-    SetFixedText(m.name, kMaterialName);
-    return m;
-  }
-
   // After a load or an edit: recompile, re-declare the variables (the list
   // may have changed) and store it all.
   void AfterProgramsChanged() {

@@ -44,9 +44,6 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       0x017178DD8AF030DBull,
                                       orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
-constexpr int32_t kFirstTextureInput = 1;
-constexpr int32_t kTextureInputs = 2;
 constexpr const char* kMaterialName = "textmat";
 constexpr const char* kRenderError = "CText3DDfx::Render Error";
 constexpr const char* kHelpPage = "helpfile/Effects/3D/Text3D/Text3D.htm";
@@ -81,16 +78,13 @@ constexpr SceneVar kWaveSpeedVar = {"Wave speed", 0.0f, 4.0f, 0.5f};
 constexpr SceneVar kSpinVar = {"Spin speed", -2.0f, 2.0f, 0.0f};
 constexpr SceneVar kFlyInVar = {"Fly-in", 0.0f, 1.0f, 1.0f};
 
-constexpr SceneEffectLayout kLayout = {.background_input = kBackgroundInput,
-                                       .first_texture_input = kFirstTextureInput,
-                                       .texture_inputs = kTextureInputs,
-                                       .render_error = kRenderError,
-                                       .material_name = kMaterialName};
+// Input 0 the background, 1 and 2 the material's texture inputs: the layout's defaults.
+constexpr SceneEffectLayout kLayout = {.render_error = kRenderError, .material_name = kMaterialName};
 
 class CText3DDfx final : public CTableSceneEffect<TextSettings> {
  public:
   CText3DDfx() : CTableSceneEffect(kInfo, kLabelText3D, kHelpPage, sizeof(CText3DDfx), kLayout, kRows, "Text3D") {
-    materials_.LoadMaterial(0, DefaultTextMaterial());
+    materials_.LoadMaterial(0, LightMapMaterial(kMaterialName));
     RegisterSave3DS("Save as 3DS...: writes the letters and camera last drawn");
   }
 
@@ -148,16 +142,6 @@ class CText3DDfx final : public CTableSceneEffect<TextSettings> {
   }
 
  private:
-  // Lit white letters with the light map alone, so they shine with nothing
-  // connected; the key mat0mattex0texmode = 0 puts the first texture input
-  // on them.
-  static Material DefaultTextMaterial() {
-    Material m = DefaultMaterial();
-    m.tex[0].w = m.tex[0].h = 256;
-    SetFixedText(m.name, kMaterialName);
-    return m;
-  }
-
   float Size() const { return float(std::clamp(settings_.size, kMinSize, kMaxSize)); }
   float Depth() const {
     return std::isfinite(settings_.depth) ? std::clamp(settings_.depth, 0.0f, kMaxDepth) * Size() : 0.25f * Size();
@@ -179,7 +163,7 @@ class CText3DDfx final : public CTableSceneEffect<TextSettings> {
     }
     reported_error_.clear();
     block_ = text3d::LayOut(*glyphs, text3d::DecodeUtf8(settings_.text, text3d::kMaxLetters));
-    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CText3DDfx) + cache_.MemoryBytes()));
+    SetMemorySize(sizeof(CText3DDfx) + cache_.MemoryBytes());
   }
 
   void Animate(float t) {

@@ -51,10 +51,8 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       0x016D2330FD25D684ull,
                                       orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
 constexpr int32_t kWaxInput = 1;
 constexpr int32_t kFirstTextureInput = 2;
-constexpr int32_t kTextureInputs = 2;
 constexpr const char* kMaterialName = "waxmat";
 constexpr const char* kPaletteTexture = "waxpalette";
 constexpr const char* kRenderError = "CWAXViewerDfx::Render Error";
@@ -88,11 +86,8 @@ constexpr SceneVar kTurnVars[3] = {
     {"Rotation x", -360.0f, 360.0f, 0.0f}, {"Rotation y", -360.0f, 360.0f, 0.0f}, {"Rotation z", -360.0f, 360.0f, 0.0f}};
 constexpr SceneVar kSpinVar = {"Spin speed", -180.0f, 180.0f, 20.0f};
 
-constexpr SceneEffectLayout kLayout = {.background_input = kBackgroundInput,
-                                       .first_texture_input = kFirstTextureInput,
-                                       .texture_inputs = kTextureInputs,
-                                       .render_error = kRenderError,
-                                       .material_name = kMaterialName};
+constexpr SceneEffectLayout kLayout = {
+    .first_texture_input = kFirstTextureInput, .render_error = kRenderError, .material_name = kMaterialName};
 
 // R = Rz * Ry * Rx (degrees), row-major.
 void Rotation(double rx, double ry, double rz, float r[3][3]) {
@@ -115,7 +110,7 @@ class CWAXViewerDfx final : public CTableSceneEffect<ViewerSettings> {
  public:
   CWAXViewerDfx()
       : CTableSceneEffect(kInfo, kLabelWAXViewer, kHelpPage, sizeof(CWAXViewerDfx), kLayout, kRows, "WAXViewer") {
-    materials_.LoadMaterial(0, DefaultWaxMaterial());
+    materials_.LoadMaterial(0, LightMapMaterial(kMaterialName));
     RegisterSave3DS("Save as 3DS...: writes the volume's surface (or points) and camera last drawn");
   }
 
@@ -198,14 +193,6 @@ class CWAXViewerDfx final : public CTableSceneEffect<ViewerSettings> {
   }
 
  private:
-  // The light map alone, so the surface shines with no input connected.
-  static Material DefaultWaxMaterial() {
-    Material m = DefaultMaterial();
-    m.tex[0].w = m.tex[0].h = 256;
-    SetFixedText(m.name, kMaterialName);
-    return m;
-  }
-
   // The camera's directions in model space (through the model's turn).
   void ViewBasis(float right[3], float up[3], float forward[3]) const {
     float f[3], r[3], u[3];
@@ -240,11 +227,7 @@ class CWAXViewerDfx final : public CTableSceneEffect<ViewerSettings> {
       wax::SurfaceMesh(shown_, settings_.threshold, field_, surface_, vertices_, triangles_);
     }
     mesh_built_ = true;
-    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CWAXViewerDfx) + 2 * wax::kVoxelCount * 4 +
-                                                        field_.capacity() * sizeof(float) +
-                                                        vertices_.capacity() * sizeof(nb3D::Vertex) +
-                                                        surface_.positions.capacity() * 2 * sizeof(float) +
-                                                        triangles_.capacity() * 2 * sizeof(uint32_t)));
+    SetMemorySize(sizeof(CWAXViewerDfx) + 2 * wax::kVoxelCount * 4 + SurfaceBytes(field_, surface_));
   }
 
   // The material's coordinates: the normal as the camera sees it (a sphere

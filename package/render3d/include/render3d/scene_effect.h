@@ -13,7 +13,8 @@
 //   5. settings: the effect's keys, then the scene's, then the materials'
 //   6. dynamic variables
 //   7. "Save as 3DS..."
-//   8. CTableSceneEffect<S>: an effect whose own settings are one table,
+//   8. the setup dialog's protocol, materials and memory
+//   9. CTableSceneEffect<S>: an effect whose own settings are one table,
 //      with the setup dialog every such effect shows
 //
 // Every hook runs under the effect's lock, taken here; an effect takes it
@@ -33,6 +34,7 @@
 #include "nb3d/nb3d.h"
 #include "orrery/config_store.h"
 #include "render3d/export_3ds.h"
+#include "render3d/isosurface.h"
 #include "render3d/material_dialog.h"
 #include "render3d/material_manager.h"
 #include "render3d/scene3d.h"
@@ -151,6 +153,46 @@ class CSceneEffect : public CEffectBase {
   static ExportMesh MeshOf(const char* name, std::span<const nb3D::Vertex> vertices,
                            std::span<const uint32_t> triangles);
 
+  // ---- 8. dialog, materials, memory ----
+  // The dialog protocol of a 3D effect: copies of `current`, the scene's
+  // settings and material 0 taken under the lock; `edit(settings, scene)`
+  // runs the effect's own dialog on the copies (false: Cancel, nothing
+  // changes); then, where `with_material`, the material editor; then under
+  // the lock the scene's settings and an edited material are taken and
+  // `apply(settings)` takes the effect's. 1 on OK, 0 on Cancel.
+  template <class S, class Edit, class Apply>
+  int32_t RunSceneDialog(const S& current, bool with_material, Edit edit, Apply apply) {
+    S settings;
+    SceneSettings scene;
+    Material material;
+    {
+      std::lock_guard lock(lock_);
+      settings = current;
+      scene = scene_.Settings();
+      material = materials_.GetMaterial(0);
+    }
+    if (!edit(settings, scene)) return 0;
+    const bool material_edited =
+        with_material && RunMaterialDialog(material, platform::MainWindow(), HelpPage()) != 0;
+    std::lock_guard lock(lock_);
+    scene_.Settings() = scene;
+    if (material_edited) materials_.LoadMaterial(0, material);
+    apply(settings);
+    return 1;
+  }
+
+  // The light map alone on a 256 x 256 picture layer without a picture (lit
+  // black), so a body shines with no input connected; the material editor
+  // (or the key mat0mattex0texmode = 0) puts the first texture input on it.
+  static Material LightMapMaterial(const char* name);
+
+  // What GetMemoryUsage reports, clamped to its range.
+  void SetMemorySize(size_t bytes);
+  // The bytes of a surface effect's frame: its sampled field, the surface
+  // (positions and normals), the vertices and triangles drawn (and their
+  // copy in the surface).
+  size_t SurfaceBytes(const std::vector<float>& field, const IsoMesh& surface) const;
+
   const SceneEffectLayout layout_;
   Scene3D scene_;
   nbMatManager materials_;
@@ -168,7 +210,7 @@ class CSceneEffect : public CEffectBase {
   static int32_t Save3DS(void* user, const char* path, std::string* message);
 };
 
-// ---- 8. an effect with one settings table ------------------------------------
+// ---- 9. an effect with one settings table ------------------------------------
 // Its own keys are the rows of `rows` (defaults applied at construction), and
 // its setup dialog shows those rows, then the scene's fields, then (on OK,
 // where edits_material_) the material editor for material 0.
@@ -188,28 +230,19 @@ class CTableSceneEffect : public CSceneEffect {
   void DescribeOwnSettings() override { DescribeRows<S>(host_context_, rows_); }
 
   int32_t RunDialog() override {
-    S edit;
-    SceneSettings scene_edit;
-    Material material;
-    {
-      std::lock_guard lock(lock_);
-      edit = settings_;
-      scene_edit = scene_.Settings();
-      material = materials_.GetMaterial(0);
-    }
-    int32_t shown = 0;
-    for (const SettingRow<S>& row : rows_) shown += row.view.as == ShowAs::kHidden ? 0 : 1;
-    const std::vector<orrery::DialogField> scene_fields = Scene3D::DialogFields(scene_edit, shown);
-    SettingsDialog<S> dialog(rows_, edit, {}, scene_fields);
-    if (!dialog.Run(dialog_title_, HelpPage())) return 0;
-    const bool material_edited =
-        edits_material_ && RunMaterialDialog(material, platform::MainWindow(), HelpPage()) != 0;
-    std::lock_guard lock(lock_);
-    scene_.Settings() = scene_edit;
-    if (material_edited) materials_.LoadMaterial(0, material);
-    ApplyDialogSettings(edit);
-    StoreConfig();
-    return 1;
+    return RunSceneDialog(
+        settings_, edits_material_,
+        [this](S& edit, SceneSettings& scene) {
+          int32_t shown = 0;
+          for (const SettingRow<S>& row : rows_) shown += row.view.as == ShowAs::kHidden ? 0 : 1;
+          const std::vector<orrery::DialogField> scene_fields = Scene3D::DialogFields(scene, shown);
+          SettingsDialog<S> dialog(rows_, edit, {}, scene_fields);
+          return dialog.Run(dialog_title_, HelpPage());
+        },
+        [this](const S& edit) {
+          ApplyDialogSettings(edit);
+          StoreConfig();
+        });
   }
 
   // Takes the settings the dialog closed with; an effect that derives state
