@@ -182,8 +182,14 @@ class CEvaluator3DDfx final : public CSceneEffect {
     view.roll = drawn_camera_.roll;
     view.zoom = drawn_camera_.zoom;
     e3d::AssembleVertices(settings_.set, grid_, normals_, view, vertices_);
+    // The faces follow the set and the patterns switch only: built again
+    // when either changed, not every frame.
     const bool patterns = !(disable_patterns_ && *disable_patterns_);
-    e3d::BuildTriangles(settings_.set, patterns, triangles_);
+    if (!faces_valid_ || patterns != faces_patterns_) {
+      e3d::BuildTriangles(settings_.set, patterns, triangles_);
+      faces_valid_ = true;
+      faces_patterns_ = patterns;
+    }
     mesh_built_ = true;
     const size_t floats = grid_.x.capacity() * 3 + grid_.u.capacity() * 2 + grid_.u2.capacity() * 2 +
                           grid_.nx.capacity() * 3 + grid_.nx2.capacity() * 3 + grid_.sx.capacity() * 3 +
@@ -219,6 +225,7 @@ class CEvaluator3DDfx final : public CSceneEffect {
   void Recompile() {
     compiled_ = e3d::Recompile(settings_.set);
     evaluator_.Prepare(settings_.set, compiled_);
+    faces_valid_ = false;
   }
 
   // After a load or an edit: compile, re-declare the variables (the user
@@ -266,6 +273,7 @@ class CEvaluator3DDfx final : public CSceneEffect {
   e3d::GridValues grid_;
   e3d::GridNormals normals_;
   std::vector<float> frame_users_;
+  bool faces_valid_ = false, faces_patterns_ = true;  // triangles_ follow the set and this switch
 };
 
 }  // namespace

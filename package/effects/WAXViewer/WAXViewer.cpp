@@ -157,11 +157,11 @@ class CWAXViewerDfx final : public CTableSceneEffect<ViewerSettings> {
     for (int c = 0; c < 4; ++c)
       for (int r = 0; r < 4; ++r) transform_[c * 4 + r] = (r < 3 && c < 3) ? turn_now_[r][c] : (r == c ? 1.0f : 0.0f);
     if (!settings_.colours) {
-      if (settings_.display == 0)
-        EnvironmentCoordinates();
-      else
-        drawn_vertices_ = vertices_;
-      DrawMaterialMesh(engine_, materials_, 0, drawn_vertices_, triangles_, transform_);
+      // The surface takes its material coordinates from the view; points
+      // carry theirs.
+      if (settings_.display == 0) EnvironmentCoordinates();
+      DrawMaterialMesh(engine_, materials_, 0, settings_.display == 0 ? drawn_vertices_ : vertices_, triangles_,
+                       transform_);
       return;
     }
     nb3D::Mesh mesh{};
