@@ -120,6 +120,7 @@ class CEvaluator3DDfx final : public CSceneEffect {
     e3d::DescribeEvaluatorSettings(host_context_, [this] { scene_.DescribeSettings(host_context_); });
     PublishDynVars();
   }
+  // Not called: the exchange above replaces the base's whole.
   void ReadOwnSettings(orrery::ConfigStore&) override {}
   void WriteOwnSettings(orrery::ConfigStore&) override {}
   void DescribeOwnSettings() override {}

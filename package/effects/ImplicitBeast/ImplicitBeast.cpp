@@ -128,7 +128,7 @@ class CImplicitBeastDfx final : public CSceneEffect {
   // FUN on the grid and its surface, then the point programs; while a
   // program fails the last good surface stays.
   void BuildFrame(float t, const orrery::InputList&) override {
-    if (CurrentPositions() != compiled_positions_) Recompile();
+    if (PositionsMoved()) Recompile();
     if (!compile_error_.empty() || !sampler_) return;  // keep the last good surface
     const Box box = settings_.volume.AsBox();
     sampler_->Sample(t, box, field_);
@@ -149,13 +149,22 @@ class CImplicitBeastDfx final : public CSceneEffect {
     StoreConfig();
   }
 
+  // User variable k's position now: its dynamic variable's, else its initial one.
+  float PositionOf(size_t k) const {
+    const float* p = k < positions_.size() ? positions_[k] : nullptr;
+    return p && std::isfinite(*p) ? std::clamp(*p, 0.0f, 1.0f) : settings_.programs.vars[k].position;
+  }
   std::vector<float> CurrentPositions() const {
     std::vector<float> now;
-    for (size_t k = 0; k < settings_.programs.vars.size(); ++k) {
-      const float* p = k < positions_.size() ? positions_[k] : nullptr;
-      now.push_back(p && std::isfinite(*p) ? std::clamp(*p, 0.0f, 1.0f) : settings_.programs.vars[k].position);
-    }
+    for (size_t k = 0; k < settings_.programs.vars.size(); ++k) now.push_back(PositionOf(k));
     return now;
+  }
+  // Checked every frame, so without building a list.
+  bool PositionsMoved() const {
+    if (compiled_positions_.size() != settings_.programs.vars.size()) return true;
+    for (size_t k = 0; k < compiled_positions_.size(); ++k)
+      if (PositionOf(k) != compiled_positions_[k]) return true;
+    return false;
   }
 
   // Compiles the programs with the user variables where they stand now and

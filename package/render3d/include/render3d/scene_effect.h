@@ -18,7 +18,8 @@
 //      with the setup dialog every such effect shows
 //
 // Every hook runs under the effect's lock, taken here; an effect takes it
-// itself only in its own actions and in what it runs outside these hooks.
+// itself only in its own actions and dialogs (which run without it, so the
+// host can go on rendering while one is open).
 #pragma once
 
 #include <cstdint>
