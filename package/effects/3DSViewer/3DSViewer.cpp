@@ -20,7 +20,6 @@
 // scene); "load-3ds" loads one and stores its path. A stored scene that
 // cannot be read asks the user to relocate it.
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <cmath>

@@ -17,7 +17,6 @@
 // texture coordinates (from the normals as the camera sees them, or from the
 // position), the mesh through the scaffolding's camera, present.
 #include <algorithm>
-#include <climits>
 #include <cmath>
 #include <vector>
 

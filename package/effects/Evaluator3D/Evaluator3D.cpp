@@ -20,8 +20,6 @@
 // draw the mesh through the camera the scaffolding's camera variables move,
 // present.
 #include <algorithm>
-#include <climits>
-#include <memory>
 
 #include "core/labels.h"
 #include "core/registry.h"

@@ -23,7 +23,6 @@
 // World: the box is drawn centred, its longest side 100 units, like the
 // other 3D effects' defaults, so the shared camera frames it alike.
 #include <algorithm>
-#include <climits>
 #include <cmath>
 #include <memory>
 #include <string>

@@ -18,7 +18,6 @@
 // the host clock times "Text speed", the letters' placements, all letters'
 // vertices gathered into one mesh, drawn through the scaffolding's camera.
 #include <algorithm>
-#include <climits>
 #include <cmath>
 #include <string>
 #include <vector>

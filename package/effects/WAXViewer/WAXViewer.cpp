@@ -23,7 +23,6 @@
 // (points also when the view turned); the model turned by "Rotation x/y/z"
 // plus "Spin speed" (degrees per second about y) times the clock; present.
 #include <algorithm>
-#include <climits>
 #include <cmath>
 #include <cstring>
 #include <string>
