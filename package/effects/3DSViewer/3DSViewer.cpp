@@ -20,7 +20,6 @@
 // scene); "load-3ds" loads one and stores its path. A stored scene that
 // cannot be read asks the user to relocate it.
 #include <algorithm>
-#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <cmath>
@@ -29,15 +28,11 @@
 #include <string>
 #include <vector>
 
-#include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
-#include "framework/dynvar_list.h"
 #include "orrery/services.h"
-#include "render3d/engine_loader.h"
-#include "render3d/material_manager.h"
-#include "render3d/scene3d.h"
+#include "render3d/scene_effect.h"
 #include "viewer_lights.h"
 #include "viewer_materials.h"
 #include "viewer_scene.h"
@@ -53,8 +48,6 @@ constexpr orrery::InputDesc kInputs[] = {{-1, -1, "Background"}, {-1, -1, "RGB T
 constexpr orrery::EffectInfo kInfo = {kInputs, 9, {-1, -1}, "output", "nimbo one\\3D Effect\\3DSViewer", kAuthor,
                                       "Effect,3D,", 0x016691D868689F7Aull, orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
-constexpr int32_t kFirstTextureInput = 1;
 constexpr const char* kRenderError = "C3DSViewerDfx::Render Error";
 constexpr const char* kHelpPage = "helpfile/Effects/3D/3DSViewer/3DSViewer.htm";
 
@@ -97,8 +90,12 @@ constexpr SettingRow<ViewerSettings> kRows[] = {
      "1 = every face shows from both sides, 0 = only two-sided materials do"},
 };
 
-constexpr float kSpeedMin = -4.0f, kSpeedMax = 4.0f;
-constexpr const char* kSpeedVar = "Playback speed";
+constexpr SceneVar kSpeedVar = {"Playback speed", -4.0f, 4.0f, 1.0f};
+
+// The texture inputs keep their name "RGB Texture" whatever the scene's
+// materials are called.
+constexpr SceneEffectLayout kLayout = {
+    .texture_inputs = viewer3ds::kTextureInputs, .material_names_inputs = false, .render_error = kRenderError};
 
 uint32_t MultiplyColors(uint32_t a, uint32_t b) {
   uint32_t out = 0xFF000000u;
@@ -106,120 +103,45 @@ uint32_t MultiplyColors(uint32_t a, uint32_t b) {
   return out;
 }
 
-class C3DSViewerDfx final : public CEffectBase {
+class C3DSViewerDfx final : public CTableSceneEffect<ViewerSettings> {
  public:
   C3DSViewerDfx()
-      : CEffectBase(kInfo, kLabelScene3DSViewer, kHelpPage, sizeof(C3DSViewerDfx)),
-        scene_(kBackgroundInput),
-        materials_(viewer3ds::kTextureInputs, ""),
+      : CTableSceneEffect(kInfo, kLabelScene3DSViewer, kHelpPage, sizeof(C3DSViewerDfx), kLayout, kRows,
+                          "3DSViewer"),
         viewer_(std::make_unique<ViewerScene>()) {
-    ApplyDefaults<ViewerSettings>(kRows, settings_);
+    edits_material_ = false;  // the materials are the scene's
     viewer3ds::PinInputSlots(materials_);
     orrery::RegisterEffectAction(this, "load-3ds", "Load 3DS...: shows a .3ds scene and stores its path", &Load3DS,
                                  this);
   }
 
-  ~C3DSViewerDfx() override {
-    orrery::UnregisterEffectActions(this);
-    FreeAll();
-  }
-
-  int32_t SendEffectMessage(int32_t a, int32_t b) override {
-    std::lock_guard lock(lock_);
-    if (engine_) engine_->Message(a, b);
-    return 0;
-  }
-
-  int32_t Initialize() override {
-    std::lock_guard lock(lock_);
-    FetchOutputSize();
-    FreeAll();
-    engine_ = CreateEngineObject(this);
-    if (!engine_) return 0;
-    if (OutputSizeKnown()) engine_->SetOutputSize(out_w_, out_h_);
-    if (!engine_->Begin()) {
-      FreeAll();
-      return 0;
-    }
-    materials_.SetEngine(engine_);
-    materials_.SetOutputSize(out_w_, out_h_);
-    RebuildMaterials();
-    engine_->End();
-    return 1;
-  }
-
-  int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
-    std::lock_guard lock(lock_);
-    if (!OutputSizeKnown()) return 0;
-    if (!engine_ || !scene_.BeginFrame(engine_, inputs, out_w_, out_h_)) {
-      if (engine_) engine_->ErrorReport(kRenderError);
-      return 0;
-    }
-    if (materials_dirty_) RebuildMaterials();
-    materials_.UpdateInputTextures(inputs, kFirstTextureInput);
-    const float speed = speed_ && std::isfinite(*speed_) ? std::clamp(*speed_, kSpeedMin, kSpeedMax) : 1.0f;
-    const float t = scene_.Advance(host_context_, speed);
-    const scene3ds::C3DSScene& s = viewer_->Scene();
-    if (viewer_->Loaded()) {
-      viewer_->Pose(viewer3ds::PlaybackFrame(s.StartFrame(), s.EndFrame(), t, settings_.loop != 0));
-      viewer_->BuildBatches(&batches_);
-    } else {
-      batches_.clear();
-    }
-    const ViewCamera view = CameraForFrame();
-    scene_.SetCamera(engine_, scene_.ControlledCamera(view.camera));
-    const SceneCamera& drawn = scene_.LastCamera();
-    engine_->SetProjection(ProjectionFor(drawn, view.fov_y_degrees));
-    scene_.DrawInsertFx(engine_, inputs);
-    DrawBatches(drawn);
-    UpdateMemorySize();
-    return scene_.EndFrame(engine_, output);
-  }
-
  protected:
-  void ReadSettings(orrery::ConfigStore& store) override {
-    ReadRows<ViewerSettings>(store, kRows, settings_);
-    scene_.ReadSettings(store);
+  // The scene's materials, built from the scene (none of their keys are
+  // stored).
+  void BuildEngineResources() override { RebuildMaterials(); }
+  void EngineStopping() override { materials_dirty_ = true; }
+  void ReadMaterialSettings(orrery::ConfigStore&) override {}
+  void WriteMaterialSettings(orrery::ConfigStore&) override {}
+
+  void ReadOwnSettings(orrery::ConfigStore& store) override {
+    CTableSceneEffect::ReadOwnSettings(store);
     settings_.texsize = std::clamp(settings_.texsize, 16, 1024);
+  }
+  // A scene found in another place, or relocated by the user, is stored
+  // with its new path.
+  void SettingsRead(orrery::ConfigStore& store) override {
     materials_dirty_ = true;
-    // A scene found in another place, or relocated by the user, is stored
-    // with its new path.
     const std::string stored = settings_.path;
     LoadStoredScene();
     if (settings_.path != stored) WriteConfig(store);
   }
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteRows<ViewerSettings>(store, kRows, settings_);
-    scene_.WriteSettings(store);
-  }
-  void DeclareHostControls() override {
-    DescribeRows<ViewerSettings>(host_context_, kRows);
-    scene_.DescribeSettings(host_context_);
-    dynvars_.Clear();
-    speed_ = dynvars_.DeclareFloat(kSpeedVar, kSpeedMin, kSpeedMax, 1.0f, kSpeedMin, kSpeedMax, 0);
-    scene_.DeclareInsertFxVars(dynvars_);
-    scene_.DeclareCameraVars(dynvars_);
-    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
-  }
-
-  int32_t RunDialog() override {
-    ViewerSettings edit;
-    SceneSettings scene_edit;
-    {
-      std::lock_guard lock(lock_);
-      edit = settings_;
-      scene_edit = scene_.Settings();
-    }
-    int32_t shown = 0;
-    for (const SettingRow<ViewerSettings>& row : kRows) shown += row.view.as == ShowAs::kHidden ? 0 : 1;
-    const std::vector<orrery::DialogField> scene_fields = Scene3D::DialogFields(scene_edit, shown);
-    SettingsDialog<ViewerSettings> dialog(kRows, edit, {}, scene_fields);
-    if (!dialog.Run("3DSViewer", HelpPage())) return 0;
-    std::lock_guard lock(lock_);
+  // A path chosen in the dialog loads that scene (the path is stored only
+  // when it loads); an empty one shows none.
+  void ApplyDialogSettings(const ViewerSettings& edit) override {
     const std::string chosen = edit.path;
-    edit.path = settings_.path;
+    const std::string shown = settings_.path;
     settings_ = edit;
-    scene_.Settings() = scene_edit;
+    settings_.path = shown;
     materials_dirty_ = true;
     if (chosen != settings_.path && !chosen.empty()) {
       std::string message;
@@ -228,8 +150,35 @@ class C3DSViewerDfx final : public CEffectBase {
       settings_.path.clear();
       viewer_->Clear();
     }
-    if (orrery::ConfigStore* store = host_context_ ? host_context_->GetConfigStore() : nullptr) WriteConfig(*store);
-    return 1;
+  }
+
+  void DeclareDynVars() override {
+    speed_ = DeclareVar(kSpeedVar);
+    CSceneEffect::DeclareDynVars();
+  }
+
+  void PrepareFrame() override {
+    if (materials_dirty_) RebuildMaterials();
+  }
+  float TimeSpeed() override { return VarValue(speed_, kSpeedVar); }
+
+  // The scene posed at t, seen through its camera or the framing one (that
+  // depends on the pose), near and far planes around it, drawn per material.
+  void DrawScene(const orrery::InputList& inputs, float t) override {
+    const scene3ds::C3DSScene& s = viewer_->Scene();
+    if (viewer_->Loaded()) {
+      viewer_->Pose(viewer3ds::PlaybackFrame(s.StartFrame(), s.EndFrame(), t, settings_.loop != 0));
+      viewer_->BuildBatches(&batches_);
+    } else {
+      batches_.clear();
+    }
+    const ViewCamera view = CameraForFrame();
+    drawn_camera_ = scene_.ControlledCamera(view.camera);
+    scene_.SetCamera(engine_, drawn_camera_);
+    engine_->SetProjection(ProjectionFor(drawn_camera_, view.fov_y_degrees));
+    scene_.DrawInsertFx(engine_, inputs);
+    DrawBatches(drawn_camera_);
+    UpdateMemorySize();
   }
 
  private:
@@ -381,27 +330,12 @@ class C3DSViewerDfx final : public CEffectBase {
       bytes += b.vertices.capacity() * sizeof(nb3D::Vertex) + b.indices.capacity() * sizeof(uint32_t);
     const scene3ds::C3DSScene& s = viewer_->Scene();
     bytes += s.Vertices().capacity() * sizeof(scene3ds::Vertex) + s.Faces().capacity() * sizeof(scene3ds::Face);
-    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, bytes));
+    SetMemorySize(bytes);
   }
 
-  void FreeAll() {
-    materials_.FreeAll();
-    materials_.SetEngine(nullptr);
-    if (engine_) {
-      scene_.Free(engine_);
-      engine_->Release();
-    }
-    engine_ = nullptr;
-    materials_dirty_ = true;
-  }
-
-  ViewerSettings settings_;
-  Scene3D scene_;
-  nbMatManager materials_;
   std::unique_ptr<ViewerScene> viewer_;
   std::string attempted_path_;  // the stored path last tried, so a failure is reported once
   bool materials_dirty_ = true;
-  DynVarList dynvars_;
   float* speed_ = nullptr;
   std::vector<DrawBatch> batches_;
 };

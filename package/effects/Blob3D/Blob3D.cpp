@@ -17,24 +17,15 @@
 // texture coordinates (from the normals as the camera sees them, or from the
 // position), the mesh through the scaffolding's camera, present.
 #include <algorithm>
-#include <climits>
 #include <cmath>
-#include <string>
 #include <vector>
 
 #include "blob_field.h"
-#include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
-#include "framework/dynvar_list.h"
-#include "orrery/services.h"
-#include "render3d/engine_loader.h"
-#include "render3d/export_3ds.h"
 #include "render3d/isosurface.h"
-#include "render3d/material_dialog.h"
-#include "render3d/material_manager.h"
-#include "render3d/scene3d.h"
+#include "render3d/scene_effect.h"
 
 namespace nimbo {
 namespace {
@@ -50,9 +41,6 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       0x00239E34697957E2ull,
                                       orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
-constexpr int32_t kFirstTextureInput = 1;
-constexpr int32_t kTextureInputs = 2;
 constexpr const char* kMaterialName = "blobmat";
 constexpr const char* kRenderError = "CBlob3DDfx::Render Error";
 constexpr const char* kHelpPage = "helpfile/Effects/3D/Blob3D/Blob3D.htm";
@@ -84,152 +72,57 @@ constexpr SettingRow<BlobSettings> kRows[] = {
 };
 
 // ---- dynamic variables --------------------------------------------------------------
-struct BlobVar {
-  const char* name;
-  float minimum, maximum, initial;
-};
-constexpr BlobVar kSpeedVar = {"Blob speed", -4.0f, 4.0f, 1.0f};
-constexpr BlobVar kSpreadVar = {"Blob spread", 0.0f, 1.0f, 0.45f};
-constexpr BlobVar kSizeVar = {"Blob size", 0.2f, 3.0f, 1.0f};
+constexpr SceneVar kSpeedVar = {"Blob speed", -4.0f, 4.0f, 1.0f};
+constexpr SceneVar kSpreadVar = {"Blob spread", 0.0f, 1.0f, 0.45f};
+constexpr SceneVar kSizeVar = {"Blob size", 0.2f, 3.0f, 1.0f};
 
-float VarValue(const float* v, const BlobVar& var) {
-  return v && std::isfinite(*v) ? std::clamp(*v, var.minimum, var.maximum) : var.initial;
+// Input 0 the background, 1 and 2 the material's texture inputs: the layout's defaults.
+constexpr SceneEffectLayout kLayout = {
+    .render_error = kRenderError, .material_name = kMaterialName, .mesh_name = "Blob"};
+
+void Normalize(float v[3]) {
+  const float length = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+  if (length > 0) v[0] /= length, v[1] /= length, v[2] /= length;
 }
 
-class CBlob3DDfx final : public CEffectBase {
+// The camera's right and up directions (forward as a by-product), rolled.
+void CameraBasis(const SceneCamera& c, float forward[3], float right[3], float up[3]) {
+  for (int d = 0; d < 3; ++d) forward[d] = c.target[d] - c.position[d];
+  Normalize(forward);
+  right[0] = -forward[2], right[1] = 0, right[2] = forward[0];  // forward x (0, 1, 0)
+  if (right[0] * right[0] + right[2] * right[2] < 1e-12f) right[0] = 1, right[2] = 0;
+  Normalize(right);
+  up[0] = right[1] * forward[2] - right[2] * forward[1];
+  up[1] = right[2] * forward[0] - right[0] * forward[2];
+  up[2] = right[0] * forward[1] - right[1] * forward[0];
+  const float cr = std::cos(c.roll), sr = std::sin(c.roll);
+  for (int d = 0; d < 3; ++d) {
+    const float r = right[d], u = up[d];
+    right[d] = r * cr + u * sr;
+    up[d] = u * cr - r * sr;
+  }
+}
+
+class CBlob3DDfx final : public CTableSceneEffect<BlobSettings> {
  public:
-  CBlob3DDfx()
-      : CEffectBase(kInfo, kLabelBlob3D, kHelpPage, sizeof(CBlob3DDfx)),
-        scene_(kBackgroundInput),
-        materials_(kTextureInputs, "") {
-    ApplyDefaults<BlobSettings>(kRows, settings_);
-    materials_.LoadMaterial(0, DefaultBlobMaterial());
-    orrery::RegisterEffectAction(this, "save-3ds", "Save as 3DS...: writes the blob surface and camera last drawn",
-                                 &Save3DS, this);
-  }
-
-  ~CBlob3DDfx() override {
-    orrery::UnregisterEffectActions(this);
-    FreeAll();
-  }
-
-  const char* GetInputScreenName(int32_t index) override {
-    std::lock_guard lock(lock_);
-    if (index >= kFirstTextureInput && index < kFirstTextureInput + kTextureInputs) {
-      if (const char* name = materials_.GetInputName(index - kFirstTextureInput)) return name;
-    }
-    return CEffectBase::GetInputScreenName(index);
-  }
-
-  int32_t SendEffectMessage(int32_t a, int32_t b) override {
-    std::lock_guard lock(lock_);
-    if (engine_) engine_->Message(a, b);
-    return 0;
-  }
-
-  int32_t Initialize() override {
-    std::lock_guard lock(lock_);
-    FetchOutputSize();
-    FreeAll();
-    engine_ = CreateEngineObject(this);
-    if (!engine_) return 0;
-    if (OutputSizeKnown()) engine_->SetOutputSize(out_w_, out_h_);
-    if (!engine_->Begin()) {
-      FreeAll();
-      return 0;
-    }
-    materials_.SetEngine(engine_);
-    materials_.SetOutputSize(out_w_, out_h_);
-    materials_.BuildAll();
-    engine_->End();
-    mesh_built_ = false;
-    return 1;
-  }
-
-  int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
-    std::lock_guard lock(lock_);
-    if (!OutputSizeKnown()) return 0;
-    if (!engine_ || !scene_.BeginFrame(engine_, inputs, out_w_, out_h_)) {
-      if (engine_) engine_->ErrorReport(kRenderError);
-      return 0;
-    }
-    materials_.UpdateInputTextures(inputs, kFirstTextureInput);
-    const float t = scene_.Advance(host_context_, VarValue(speed_, kSpeedVar));
-    SceneCamera own;
-    own.position[0] = 0, own.position[1] = 60, own.position[2] = 140;
-    drawn_camera_ = scene_.ControlledCamera(own);
-    BuildMesh(t);
-    scene_.SetCamera(engine_, drawn_camera_);
-    scene_.DrawInsertFx(engine_, inputs);
-    if (!triangles_.empty()) DrawMaterialMesh(engine_, materials_, 0, vertices_, triangles_);
-    return scene_.EndFrame(engine_, output);
+  CBlob3DDfx() : CTableSceneEffect(kInfo, kLabelBlob3D, kHelpPage, sizeof(CBlob3DDfx), kLayout, kRows, "Blob 3D") {
+    materials_.LoadMaterial(0, LightMapMaterial(kMaterialName));
+    RegisterSave3DS("Save as 3DS...: writes the blob surface and camera last drawn");
   }
 
  protected:
-  void ReadSettings(orrery::ConfigStore& store) override {
-    ReadRows<BlobSettings>(store, kRows, settings_);
-    scene_.ReadSettings(store);
-    materials_.LoadAll(store, "");
-    materials_.BuildAll();
-  }
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteRows<BlobSettings>(store, kRows, settings_);
-    scene_.WriteSettings(store);
-    materials_.SaveAll(store, "");
-  }
-  void DeclareHostControls() override {
-    DescribeRows<BlobSettings>(host_context_, kRows);
-    scene_.DescribeSettings(host_context_);
-    dynvars_.Clear();
-    speed_ = Declare(kSpeedVar);
-    spread_ = Declare(kSpreadVar);
-    size_ = Declare(kSizeVar);
-    scene_.DeclareInsertFxVars(dynvars_);
-    scene_.DeclareCameraVars(dynvars_);
-    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
+  float TimeSpeed() override { return VarValue(speed_, kSpeedVar); }
+
+  void DeclareDynVars() override {
+    speed_ = DeclareVar(kSpeedVar);
+    spread_ = DeclareVar(kSpreadVar);
+    size_ = DeclareVar(kSizeVar);
+    CSceneEffect::DeclareDynVars();
   }
 
-  // The blob settings and the scene's, then (on OK) the material editor.
-  int32_t RunDialog() override {
-    BlobSettings edit;
-    SceneSettings scene_edit;
-    Material material;
-    {
-      std::lock_guard lock(lock_);
-      edit = settings_;
-      scene_edit = scene_.Settings();
-      material = materials_.GetMaterial(0);
-    }
-    int32_t shown = 0;
-    for (const SettingRow<BlobSettings>& row : kRows) shown += row.view.as == ShowAs::kHidden ? 0 : 1;
-    const std::vector<orrery::DialogField> scene_fields = Scene3D::DialogFields(scene_edit, shown);
-    SettingsDialog<BlobSettings> dialog(kRows, edit, {}, scene_fields);
-    if (!dialog.Run("Blob 3D", HelpPage())) return 0;
-    const bool material_edited = RunMaterialDialog(material, platform::MainWindow(), HelpPage()) != 0;
-    std::lock_guard lock(lock_);
-    settings_ = edit;
-    scene_.Settings() = scene_edit;
-    if (material_edited) materials_.LoadMaterial(0, material);
-    if (orrery::ConfigStore* store = host_context_ ? host_context_->GetConfigStore() : nullptr) WriteConfig(*store);
-    return 1;
-  }
-
- private:
-  // The light map alone (a picture layer without a picture: lit black),
-  // so the blobs shine with no input connected; the material editor (or
-  // the key mat0mattex0texmode = 0) puts the first texture input on them.
-  static Material DefaultBlobMaterial() {
-    Material m = DefaultMaterial();
-    m.tex[0].w = m.tex[0].h = 256;
-    SetFixedText(m.name, kMaterialName);
-    return m;
-  }
-
-  float* Declare(const BlobVar& v) {
-    return dynvars_.DeclareFloat(v.name, v.minimum, v.maximum, v.initial, v.minimum, v.maximum, 0);
-  }
-
-  void BuildMesh(float t) {
+  // The field on the grid, its surface at the threshold, and the vertices
+  // as the camera of this frame sees them.
+  void BuildFrame(float t, const orrery::InputList&) override {
     const int32_t side = std::clamp(settings_.grid, 16, 96);
     const float radius = std::clamp(settings_.radius, 0.05f, 1.0f) * VarValue(size_, kSizeVar);
     const std::vector<blob::Blob> blobs =
@@ -244,12 +137,10 @@ class CBlob3DDfx final : public CEffectBase {
     AssembleVertices();
     triangles_ = surface_.triangles;
     mesh_built_ = true;
-    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CBlob3DDfx) + field_.capacity() * sizeof(float) +
-                                                        vertices_.capacity() * sizeof(nb3D::Vertex) +
-                                                        surface_.positions.capacity() * 2 * sizeof(float) +
-                                                        triangles_.capacity() * 2 * sizeof(uint32_t)));
+    SetMemorySize(sizeof(CBlob3DDfx) + SurfaceBytes(field_, surface_));
   }
 
+ private:
   // Texture coordinates: from the normal as the camera sees it (a sphere
   // map: the texture wraps the body like a reflection) or from x and y.
   void AssembleVertices() {
@@ -273,72 +164,12 @@ class CBlob3DDfx final : public CEffectBase {
     }
   }
 
-  static void CameraBasis(const SceneCamera& c, float forward[3], float right[3], float up[3]) {
-    for (int d = 0; d < 3; ++d) forward[d] = c.target[d] - c.position[d];
-    Normalize(forward);
-    right[0] = -forward[2], right[1] = 0, right[2] = forward[0];  // forward x (0, 1, 0)
-    if (right[0] * right[0] + right[2] * right[2] < 1e-12f) right[0] = 1, right[2] = 0;
-    Normalize(right);
-    up[0] = right[1] * forward[2] - right[2] * forward[1];
-    up[1] = right[2] * forward[0] - right[0] * forward[2];
-    up[2] = right[0] * forward[1] - right[1] * forward[0];
-    const float cr = std::cos(c.roll), sr = std::sin(c.roll);
-    for (int d = 0; d < 3; ++d) {
-      const float r = right[d], u = up[d];
-      right[d] = r * cr + u * sr;
-      up[d] = u * cr - r * sr;
-    }
-  }
-  static void Normalize(float v[3]) {
-    const float length = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
-    if (length > 0) v[0] /= length, v[1] /= length, v[2] /= length;
-  }
-
-  std::string Export3DS(const std::string& path) {
-    std::lock_guard lock(lock_);
-    ExportMesh mesh;
-    mesh.name = "Blob";
-    for (const nb3D::Vertex& v : vertices_) {
-      mesh.positions.insert(mesh.positions.end(), {v.x, v.y, v.z});
-      mesh.uvs.insert(mesh.uvs.end(), {v.u, v.v});
-    }
-    mesh.triangles = triangles_;
-    return ExportScene3DS(path.c_str(), engine_ != nullptr && mesh_built_, kMaterialName, materials_.GetMaterial(0),
-                          {&mesh, 1}, drawn_camera_);
-  }
-
-  static int32_t Save3DS(void* user, const char* path, std::string* message) {
-    const std::string error = static_cast<CBlob3DDfx*>(user)->Export3DS(path ? path : "");
-    if (error.empty()) return 1;
-    if (message) *message = error;
-    return 0;
-  }
-
-  void FreeAll() {
-    materials_.FreeAll();
-    materials_.SetEngine(nullptr);
-    if (engine_) {
-      scene_.Free(engine_);
-      engine_->Release();
-    }
-    engine_ = nullptr;
-    mesh_built_ = false;
-  }
-
-  BlobSettings settings_;
-  Scene3D scene_;
-  nbMatManager materials_;
-  DynVarList dynvars_;
   float* speed_ = nullptr;
   float* spread_ = nullptr;
   float* size_ = nullptr;
 
   std::vector<float> field_;
   IsoMesh surface_;
-  std::vector<nb3D::Vertex> vertices_;
-  std::vector<uint32_t> triangles_;
-  SceneCamera drawn_camera_;
-  bool mesh_built_ = false;
 };
 
 }  // namespace

@@ -18,16 +18,11 @@
 #include <cmath>
 #include <vector>
 
-#include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
 #include "donkey_shapes.h"
-#include "framework/dynvar_list.h"
-#include "render3d/engine_loader.h"
-#include "render3d/material_dialog.h"
-#include "render3d/material_manager.h"
-#include "render3d/scene3d.h"
+#include "render3d/scene_effect.h"
 
 namespace nimbo {
 namespace {
@@ -43,9 +38,6 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       0x0024E38DBAA4EAA7ull,
                                       orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
-constexpr int32_t kFirstTextureInput = 1;
-constexpr int32_t kTextureInputs = 2;
 constexpr const char* kRenderError = "CDonkeyDfx::Render Error";
 constexpr const char* kHelpPage = "helpfile/Effects/3D/Donkey/Donkey.htm";
 constexpr float kTwoPi = 6.28318531f;
@@ -73,12 +65,8 @@ constexpr SettingRow<DonkeySettings> kRows[] = {
 };
 
 // ---- dynamic variables --------------------------------------------------------------
-struct DonkeyVar {
-  const char* name;
-  float minimum, maximum, initial;
-};
 enum VarIndex { kSpeed, kSpinX, kSpinY, kSpinZ, kDistance, kTunnelSpeed, kTunnelTwist, kVarCount };
-constexpr DonkeyVar kVars[kVarCount] = {
+constexpr SceneVar kVars[kVarCount] = {
     {"Donkey speed", -4.0f, 4.0f, 1.0f},    // flight: how fast the formation travels its path
     {"Spin x", -2.0f, 2.0f, 0.15f},         // turns per second about each axis
     {"Spin y", -2.0f, 2.0f, 0.25f},
@@ -106,67 +94,47 @@ std::array<float, 16> Placement(const float angle[3], const float at[3]) {
   return m;
 }
 
-class CDonkeyDfx final : public CEffectBase {
+// Input 0 the background, 1 and 2 the material's texture inputs: the layout's defaults.
+constexpr SceneEffectLayout kLayout = {.render_error = kRenderError};
+
+class CDonkeyDfx final : public CTableSceneEffect<DonkeySettings> {
  public:
-  CDonkeyDfx()
-      : CEffectBase(kInfo, kLabelDonkey, kHelpPage, sizeof(CDonkeyDfx)),
-        scene_(kBackgroundInput),
-        materials_(kTextureInputs, "") {
-    ApplyDefaults<DonkeySettings>(kRows, settings_);
+  CDonkeyDfx() : CTableSceneEffect(kInfo, kLabelDonkey, kHelpPage, sizeof(CDonkeyDfx), kLayout, kRows, "Donkey") {
     materials_.LoadMaterial(0, DefaultDonkeyMaterial());
   }
 
-  ~CDonkeyDfx() override { FreeAll(); }
-
-  const char* GetInputScreenName(int32_t index) override {
-    std::lock_guard lock(lock_);
-    if (index >= kFirstTextureInput && index < kFirstTextureInput + kTextureInputs) {
-      if (const char* name = materials_.GetInputName(index - kFirstTextureInput)) return name;
-    }
-    return CEffectBase::GetInputScreenName(index);
+ protected:
+  void ReadOwnSettings(orrery::ConfigStore& store) override {
+    CTableSceneEffect::ReadOwnSettings(store);
+    settings_.shape = std::clamp(settings_.shape, 0, donkey::kShapeCount - 1);
+    settings_.copies = std::clamp(settings_.copies, 1, 9);
+    settings_.detail = std::clamp(settings_.detail, donkey::kMinDetail, donkey::kMaxDetail);
+  }
+  void SettingsRead(orrery::ConfigStore&) override { UpdateShape(); }
+  void ApplyDialogSettings(const DonkeySettings& edit) override {
+    settings_ = edit;
+    UpdateShape();
   }
 
-  int32_t SendEffectMessage(int32_t a, int32_t b) override {
-    std::lock_guard lock(lock_);
-    if (engine_) engine_->Message(a, b);
-    return 0;
-  }
-
-  int32_t Initialize() override {
-    std::lock_guard lock(lock_);
-    FetchOutputSize();
-    FreeAll();
-    engine_ = CreateEngineObject(this);
-    if (!engine_) return 0;
-    if (OutputSizeKnown()) engine_->SetOutputSize(out_w_, out_h_);
-    if (!engine_->Begin()) {
-      FreeAll();
-      return 0;
-    }
-    materials_.SetEngine(engine_);
-    materials_.SetOutputSize(out_w_, out_h_);
-    materials_.BuildAll();
-    engine_->End();
-    shape_ = donkey::MakeShape(settings_.shape, settings_.detail);
+  // A new engine object starts every motion over.
+  void EngineStarted() override {
+    UpdateShape();
     spin_[0] = spin_[1] = spin_[2] = 0;
     twist_ = scroll_ = 0;
     last_time_ = 0;
     mem_size_ = int32_t(sizeof(CDonkeyDfx) + shape_.vertices.capacity() * 2 * sizeof(nb3D::Vertex) +
                         shape_.triangles.capacity() * sizeof(uint32_t));
-    return 1;
   }
 
-  int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
-    std::lock_guard lock(lock_);
-    if (!OutputSizeKnown()) return 0;
-    if (!engine_ || !scene_.BeginFrame(engine_, inputs, out_w_, out_h_)) {
-      if (engine_) engine_->ErrorReport(kRenderError);
-      return 0;
-    }
-    materials_.UpdateInputTextures(inputs, kFirstTextureInput);
-    // The scene clock runs at real time; the variables scale each motion,
-    // so changing one never makes another jump.
-    const float t = scene_.Advance(host_context_, 1.0f);
+  void DeclareDynVars() override {
+    for (int i = 0; i < kVarCount; ++i) vars_[i] = DeclareVar(kVars[i]);
+    CSceneEffect::DeclareDynVars();
+  }
+
+  // The scene clock runs at real time; the variables scale each motion, so
+  // changing one never makes another jump. The shapes are drawn before the
+  // Insert FX quad.
+  void DrawScene(const orrery::InputList& inputs, float t) override {
     const float dt = t - last_time_;
     last_time_ = t;
     flight_ += dt * Var(kSpeed);
@@ -177,61 +145,6 @@ class CDonkeyDfx final : public CEffectBase {
     if (settings_.shape == donkey::kTunnel) DrawTunnel();
     else DrawFormation();
     scene_.DrawInsertFx(engine_, inputs);
-    return scene_.EndFrame(engine_, output);
-  }
-
- protected:
-  void ReadSettings(orrery::ConfigStore& store) override {
-    const DonkeySettings before = settings_;
-    ReadRows<DonkeySettings>(store, kRows, settings_);
-    settings_.shape = std::clamp(settings_.shape, 0, donkey::kShapeCount - 1);
-    settings_.copies = std::clamp(settings_.copies, 1, 9);
-    settings_.detail = std::clamp(settings_.detail, donkey::kMinDetail, donkey::kMaxDetail);
-    scene_.ReadSettings(store);
-    materials_.LoadAll(store, "");
-    materials_.BuildAll();
-    if (before.shape != settings_.shape || before.detail != settings_.detail)
-      shape_ = donkey::MakeShape(settings_.shape, settings_.detail);
-  }
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteRows<DonkeySettings>(store, kRows, settings_);
-    scene_.WriteSettings(store);
-    materials_.SaveAll(store, "");
-  }
-  void DeclareHostControls() override {
-    DescribeRows<DonkeySettings>(host_context_, kRows);
-    scene_.DescribeSettings(host_context_);
-    dynvars_.Clear();
-    for (int i = 0; i < kVarCount; ++i) {
-      const DonkeyVar& v = kVars[i];
-      vars_[i] = dynvars_.DeclareFloat(v.name, v.minimum, v.maximum, v.initial, v.minimum, v.maximum, 0);
-    }
-    scene_.DeclareInsertFxVars(dynvars_);
-    scene_.DeclareCameraVars(dynvars_);
-    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
-  }
-
-  int32_t RunDialog() override {
-    DonkeySettings edit;
-    SceneSettings scene_edit;
-    Material material;
-    {
-      std::lock_guard lock(lock_);
-      edit = settings_;
-      scene_edit = scene_.Settings();
-      material = materials_.GetMaterial(0);
-    }
-    const std::vector<orrery::DialogField> scene_fields = Scene3D::DialogFields(scene_edit, int32_t(std::size(kRows)));
-    SettingsDialog<DonkeySettings> dialog(kRows, edit, {}, scene_fields);
-    if (!dialog.Run("Donkey", HelpPage())) return 0;
-    const bool material_edited = RunMaterialDialog(material, platform::MainWindow(), HelpPage()) != 0;
-    std::lock_guard lock(lock_);
-    settings_ = edit;
-    scene_.Settings() = scene_edit;
-    if (material_edited) materials_.LoadMaterial(0, material);
-    shape_ = donkey::MakeShape(settings_.shape, settings_.detail);
-    if (orrery::ConfigStore* store = host_context_ ? host_context_->GetConfigStore() : nullptr) WriteConfig(*store);
-    return 1;
   }
 
  private:
@@ -240,19 +153,22 @@ class CDonkeyDfx final : public CEffectBase {
   // highlight. A square power-of-two size fills its texture exactly, so
   // coordinates past 1 repeat the picture: the tunnel relies on that.
   static Material DefaultDonkeyMaterial() {
-    Material m = DefaultMaterial();
+    Material m = LightMapMaterial("donkeymat");
     m.tex[0].texmode = kTexModeInput;
     m.tex[0].w = m.tex[0].h = 512;
     m.tex[0].base_clr = 0x808080;
     m.tex[0].diff_clr = 0x202020;
     m.tex[0].spec_clr = 0x303030;
-    SetFixedText(m.name, "donkeymat");
     return m;
   }
 
-  float Var(VarIndex i) const {
-    const float* v = vars_[i];
-    return v && std::isfinite(*v) ? std::clamp(*v, kVars[i].minimum, kVars[i].maximum) : kVars[i].initial;
+  float Var(VarIndex i) const { return VarValue(vars_[i], kVars[i]); }
+
+  // The shape follows "shape" and "detail"; built again only when they change.
+  void UpdateShape() {
+    if (shape_of_ == settings_.shape && detail_of_ == settings_.detail) return;
+    shape_ = donkey::MakeShape(settings_.shape, settings_.detail);
+    shape_of_ = settings_.shape, detail_of_ = settings_.detail;
   }
 
   void DrawFormation() {
@@ -299,22 +215,9 @@ class CDonkeyDfx final : public CEffectBase {
     DrawMaterialMesh(engine_, materials_, 0, moved_, shape_.triangles);
   }
 
-  void FreeAll() {
-    materials_.FreeAll();
-    materials_.SetEngine(nullptr);
-    if (engine_) {
-      scene_.Free(engine_);
-      engine_->Release();
-    }
-    engine_ = nullptr;
-  }
-
-  DonkeySettings settings_;
-  Scene3D scene_;
-  nbMatManager materials_;
-  DynVarList dynvars_;
   float* vars_[kVarCount] = {};
   donkey::ShapeMesh shape_;
+  int32_t shape_of_ = -1, detail_of_ = -1;  // what shape_ was built for
   std::vector<nb3D::Vertex> moved_;
   float last_time_ = 0, flight_ = 0, scroll_ = 0, twist_ = 0;
   float spin_[3] = {0, 0, 0};

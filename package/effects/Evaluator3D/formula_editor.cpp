@@ -2,9 +2,7 @@
 
 #include <algorithm>
 
-#include "core/platform.h"
 #include "e3d_file.h"
-#include "formula/user_variables.h"
 
 namespace nimbo::e3d {
 namespace {
@@ -34,10 +32,8 @@ FormulaEditor::FormulaEditor(const EvaluatorSettings& settings, const SceneSetti
 
 void FormulaEditor::LoadSelectedVariable() {
   const std::vector<UserVariable>& vars = edit_.set.vars;
-  selected_ = std::clamp(selected_, 0, std::max(0, int32_t(vars.size()) - 1));
-  shown_selected_ = selected_;
   if (vars.empty()) return;
-  const UserVariable& v = vars[size_t(selected_)];
+  const UserVariable& v = vars[size_t(Selected())];
   var_min_ = v.minimum;
   var_max_ = v.maximum;
   var_value_ = v.value;
@@ -46,8 +42,8 @@ void FormulaEditor::LoadSelectedVariable() {
 
 void FormulaEditor::StoreSelectedVariable() {
   std::vector<UserVariable>& vars = edit_.set.vars;
-  if (shown_selected_ < 0 || size_t(shown_selected_) >= vars.size()) return;
-  UserVariable& v = vars[size_t(shown_selected_)];
+  if (ShownSelected() < 0 || size_t(ShownSelected()) >= vars.size()) return;
+  UserVariable& v = vars[size_t(ShownSelected())];
   v.minimum = var_min_;
   v.maximum = var_max_;
   v.value = var_value_;
@@ -55,12 +51,9 @@ void FormulaEditor::StoreSelectedVariable() {
 }
 
 void FormulaEditor::BuildFields() {
-  fields_.clear();
   hints_.assign(kFieldCount, "");
   auto add = [&](const char* label, F type, void* value, double lo = 0, double hi = 0, const char* choices = nullptr,
-                 const char* hint = nullptr) {
-    fields_.push_back({label, type, value, lo, hi, choices, hint});
-  };
+                 const char* hint = nullptr) { AddField(label, type, value, lo, hi, choices, hint); };
 
   add(error_text_.c_str(), F::kLabel, nullptr);
   for (Field f : kEditorOrder) {
@@ -87,18 +80,16 @@ void FormulaEditor::BuildFields() {
   add("time speed", F::kFloat, &edit_.timespeed, kMinTimeSpeed, kMaxTimeSpeed, nullptr, "1.0 = realtime");
 
   // User variables: add by name, then edit or delete the selected one.
-  add("new variable", F::kText, &new_variable_, 0, 0, nullptr, "name of a variable to add");
-  add("Add variable", F::kButton, &add_pressed_, 0, 1);
-  variable_choices_.clear();
-  for (const UserVariable& v : s.vars) variable_choices_ += (variable_choices_.empty() ? "" : "|") + v.name;
-  LoadSelectedVariable();
-  if (!s.vars.empty()) {
-    add("variable", F::kChoice, &selected_, 0, double(s.vars.size() - 1), variable_choices_.c_str());
+  AddNewVariableFields("name of a variable to add");
+  names_.clear();
+  for (const UserVariable& v : s.vars) names_.push_back(v.name);
+  if (AddVariableChoice(names_)) {
+    LoadSelectedVariable();
     add("minimum", F::kFloat, &var_min_, -1e9, 1e9);
     add("maximum", F::kFloat, &var_max_, -1e9, 1e9);
     add("initial value", F::kFloat, &var_value_, -1e9, 1e9);
     add("switched on", F::kBool, &var_on_, 0, 1);
-    add("Delete variable", F::kButton, &delete_pressed_, 0, 1);
+    AddDeleteVariableButton();
   }
 
   TextureKeys& t = edit_.texture;
@@ -116,65 +107,28 @@ void FormulaEditor::BuildFields() {
   add("transparency", F::kChoice, &transparent_choice_, 0, 2, "none|50% transparency|additive transparency");
   add("enable wireframe rendering", F::kBool, &t.wire, 0, 1);
 
-  const int32_t first_scene = int32_t(fields_.size());
-  for (const orrery::DialogField& f : Scene3D::DialogFields(scene_, first_scene)) fields_.push_back(f);
-
-  add("E3D file", F::kPath, &e3d_path_, 0, 0, nullptr, kE3DFilter);
-  add("Load E3D...", F::kButton, &load_pressed_, 0, 1);
-  add("Save E3D...", F::kButton, &save_pressed_, 0, 1);
-  add("3DS file", F::kPath, &path_3ds_, 0, 0, nullptr, "3DS Files (*.3ds)|*.3ds|All Files (*.*)|*.*||");
-  add("Save as 3DS...", F::kButton, &export_pressed_, 0, 1);
-}
-
-const std::vector<orrery::DialogField>& FormulaEditor::Fields() {
-  BuildFields();
-  return fields_;
+  AddSceneFields(scene_);
+  AddFileFields("E3D file", kE3DFilter, "Load E3D...", "Save E3D...");
 }
 
 bool FormulaEditor::AfterOk() {
   edit_.texture.transparent = std::clamp(transparent_choice_, 0, 2) - 1;
   StoreSelectedVariable();
-  const bool pressed = add_pressed_ || delete_pressed_ || load_pressed_ || save_pressed_ || export_pressed_;
+  const bool pressed = AnyButtonPressed();
   if (add_pressed_) {
-    switch (AddUserVariable(edit_.set, new_variable_)) {
-      case AddVariable::kAdded:
-        selected_ = int32_t(edit_.set.vars.size()) - 1;
-        new_variable_.clear();
-        break;
-      case AddVariable::kEmpty:
-        platform::ShowWarning(formula::kEmptyNameCaption, formula::kEmptyNameMessage);
-        break;
-      case AddVariable::kRefused:
-        new_variable_.clear();
-        break;
-      case AddVariable::kDuplicate:
-        break;
-      case AddVariable::kFull:
-        platform::ShowWarning("Info", "A formula set holds at most 255 user variables.");
-        break;
-    }
+    const AddVariable added = AddUserVariable(edit_.set, new_variable_);
+    AfterAddVariable(added, edit_.set.vars.size(), "A formula set holds at most 255 user variables.");
   }
-  if (delete_pressed_ && !edit_.set.vars.empty()) {
-    edit_.set.vars.erase(edit_.set.vars.begin() + std::clamp(shown_selected_, 0, int32_t(edit_.set.vars.size()) - 1));
-    selected_ = std::max(0, shown_selected_ - 1);
-  }
+  if (delete_pressed_) DeleteShownVariable(edit_.set.vars);
   if (load_pressed_) {
     FormulaSet loaded;
-    const std::string error = LoadE3DFile(e3d_path_, loaded);
-    if (error.empty())
-      edit_.set = std::move(loaded);
-    else
-      platform::ShowError("Error", error.c_str());
+    const std::string error = LoadE3DFile(FilePath(), loaded);
+    if (error.empty()) edit_.set = std::move(loaded);
+    ShowError(error);
   }
-  if (save_pressed_) {
-    const std::string error = SaveE3DFile(e3d_path_, edit_.set);
-    if (!error.empty()) platform::ShowError("Error", error.c_str());
-  }
-  if (export_pressed_ && export_3ds_) {
-    const std::string error = export_3ds_(path_3ds_);
-    if (!error.empty()) platform::ShowError("Error", error.c_str());
-  }
-  add_pressed_ = delete_pressed_ = load_pressed_ = save_pressed_ = export_pressed_ = 0;
+  if (save_pressed_) ShowError(SaveE3DFile(FilePath(), edit_.set));
+  ExportIfPressed();
+  ClearButtons();
   edit_.set.Sanitize();
 
   // Every change recompiles, so the error line is always up to date.
@@ -194,20 +148,7 @@ bool FormulaEditor::AfterOk() {
     else
       error_text_ += "nests too deep to evaluate.";
   }
-  return !pressed && compiled.first_error < 0 && selected_ == shown_selected_;
-}
-
-bool FormulaEditor::Run(const char* help_page) {
-  orrery::DialogService* service = orrery::GetDialogService();
-  if (!service) return false;
-  for (int32_t round = 0; round < kMaxRounds; ++round) {
-    const std::vector<orrery::DialogField>& fields = Fields();
-    const orrery::DialogModel model{"Evaluator3D formula editor", fields.data(), int32_t(fields.size()), help_page,
-                                    platform::MainWindow()};
-    if (!service->RunModal(model)) return false;
-    if (AfterOk()) return true;
-  }
-  return false;
+  return !pressed && compiled.first_error < 0 && !SelectionMoved();
 }
 
 }  // namespace nimbo::e3d

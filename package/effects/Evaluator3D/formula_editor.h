@@ -19,33 +19,25 @@
 
 #include "evaluator3d_settings.h"
 #include "orrery/services.h"
+#include "render3d/round_dialog.h"
 #include "render3d/scene3d.h"
 
 namespace nimbo::e3d {
 
-class FormulaEditor {
+class FormulaEditor final : public RoundDialog {
  public:
   // Compiles a set the way the effect does (under its lock).
   using Compiler = std::function<CompiledSet(const FormulaSet&)>;
-  // Writes the mesh last drawn as a .3ds file: "" or the message to show.
-  using Exporter = std::function<std::string(const std::string& path)>;
 
   FormulaEditor(const EvaluatorSettings& settings, const SceneSettings& scene, Compiler compile);
 
-  void SetExport3DS(Exporter exporter) { export_3ds_ = std::move(exporter); }
-
   // Runs rounds through the host's dialog service until OK with a set that
-  // compiles (true) or Cancel (false). A service that keeps answering OK
-  // without mending the set gives up after kMaxRounds, as Cancel.
-  static constexpr int32_t kMaxRounds = 200;
-  bool Run(const char* help_page);
+  // compiles (true) or Cancel (false), or kMaxRounds of OK without a mend.
+  bool Run(const char* help_page) { return RunRounds("Evaluator3D formula editor", help_page); }
 
-  // ---- one round, for hosts and tests that drive the model directly ----
-  // The fields of the next round, bound to the editor's working copy.
-  const std::vector<orrery::DialogField>& Fields();
   // Looks at a round the user closed with OK: true when the dialog is done
   // (the set compiles and no button was pressed).
-  bool AfterOk();
+  bool AfterOk() override;
 
   // The field index (0..28) of the formula that failed in the last round, or -1.
   int32_t ErrorFormula() const { return error_formula_; }
@@ -55,28 +47,21 @@ class FormulaEditor {
   const SceneSettings& SceneResult() const { return scene_; }
 
  private:
-  void BuildFields();
+  void BuildFields() override;
   void LoadSelectedVariable();
   void StoreSelectedVariable();
 
   EvaluatorSettings edit_;
   SceneSettings scene_;
   Compiler compile_;
-  Exporter export_3ds_;
 
-  std::vector<orrery::DialogField> fields_;
   // Values the fields edit that are not settings as they stand.
   int32_t transparent_choice_ = 0;  // "transparent" + 1
-  int32_t selected_ = 0, shown_selected_ = 0;
-  std::string variable_choices_;
-  std::string new_variable_;
   float var_min_ = 0, var_max_ = 1, var_value_ = 0.5f;
   int32_t var_on_ = 1;
-  std::string e3d_path_, path_3ds_;
-  int32_t add_pressed_ = 0, delete_pressed_ = 0, load_pressed_ = 0, save_pressed_ = 0, export_pressed_ = 0;
   int32_t error_formula_ = -1;
   std::string error_text_ = "All formulas compile.";
-  std::vector<std::string> hints_;
+  std::vector<std::string> hints_, names_;
 };
 
 }  // namespace nimbo::e3d

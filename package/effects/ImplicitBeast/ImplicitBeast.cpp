@@ -23,16 +23,13 @@
 // World: the box is drawn centred, its longest side 100 units, like the
 // other 3D effects' defaults, so the shared camera frames it alike.
 #include <algorithm>
-#include <climits>
 #include <cmath>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
-#include "framework/dynvar_list.h"
 #include "implicit_field.h"
 #include "implicit_mesh.h"
 #include "implicit_programs.h"
@@ -40,11 +37,7 @@
 #include "orrery/services.h"
 #include "program_editor.h"
 #include "program_file.h"
-#include "render3d/engine_loader.h"
-#include "render3d/export_3ds.h"
-#include "render3d/material_dialog.h"
-#include "render3d/material_manager.h"
-#include "render3d/scene3d.h"
+#include "render3d/scene_effect.h"
 
 namespace nimbo {
 namespace {
@@ -62,24 +55,22 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       0x016C7EF26E114765ull,
                                       orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
-constexpr int32_t kFirstTextureInput = 1;
-constexpr int32_t kTextureInputs = 2;
 constexpr const char* kMaterialName = "impmat";
 constexpr const char* kRenderError = "CImplicitBeastDfx::Render Error";
 constexpr const char* kHelpPage = "helpfile/Effects/3D/ImplicitBeast/ImplicitBeast.htm";
 constexpr float kWorldSide = 100.0f;
 
-constexpr const char* kTimeVar = "ImplicitBeast time (1.0 = realtime)";
-constexpr float kTimeSpeedMin = -4.0f, kTimeSpeedMax = 4.0f;
+constexpr SceneVar kTimeVar = {"ImplicitBeast time (1.0 = realtime)", -4.0f, 4.0f, 1.0f};
 
-class CImplicitBeastDfx final : public CEffectBase {
+// Input 0 the background, 1 and 2 the material's texture inputs: the layout's defaults.
+constexpr SceneEffectLayout kLayout = {
+    .render_error = kRenderError, .material_name = kMaterialName, .mesh_name = "Implicit"};
+
+class CImplicitBeastDfx final : public CSceneEffect {
  public:
   CImplicitBeastDfx()
-      : CEffectBase(kInfo, kLabelImplicitBeast, kHelpPage, sizeof(CImplicitBeastDfx)),
-        scene_(kBackgroundInput),
-        materials_(kTextureInputs, "") {
-    materials_.LoadMaterial(0, DefaultImplicitMaterial());
+      : CSceneEffect(kInfo, kLabelImplicitBeast, kHelpPage, sizeof(CImplicitBeastDfx), kLayout) {
+    materials_.LoadMaterial(0, LightMapMaterial(kMaterialName));
     orrery::RegisterEffectAction(this, "load-program",
                                  "Load program...: replaces the programs and user variables with a program file "
                                  "(plain text; refused whole when it does not compile)",
@@ -87,157 +78,92 @@ class CImplicitBeastDfx final : public CEffectBase {
     orrery::RegisterEffectAction(this, "save-program",
                                  "Save program...: writes the programs and user variables as a plain-text file",
                                  &SaveProgram, this);
-    orrery::RegisterEffectAction(this, "save-3ds", "Save as 3DS...: writes the surface and camera last drawn", &Save3DS,
-                                 this);
+    RegisterSave3DS("Save as 3DS...: writes the surface and camera last drawn");
     std::lock_guard lock(lock_);
     Recompile();
-  }
-
-  ~CImplicitBeastDfx() override {
-    orrery::UnregisterEffectActions(this);
-    FreeAll();
-  }
-
-  const char* GetInputScreenName(int32_t index) override {
-    std::lock_guard lock(lock_);
-    if (index >= kFirstTextureInput && index < kFirstTextureInput + kTextureInputs) {
-      if (const char* name = materials_.GetInputName(index - kFirstTextureInput)) return name;
-    }
-    return CEffectBase::GetInputScreenName(index);
-  }
-
-  int32_t SendEffectMessage(int32_t a, int32_t b) override {
-    std::lock_guard lock(lock_);
-    if (engine_) engine_->Message(a, b);
-    return 0;
-  }
-
-  int32_t Initialize() override {
-    std::lock_guard lock(lock_);
-    FetchOutputSize();
-    FreeAll();
-    engine_ = CreateEngineObject(this);
-    if (!engine_) return 0;
-    if (OutputSizeKnown()) engine_->SetOutputSize(out_w_, out_h_);
-    if (!engine_->Begin()) {
-      FreeAll();
-      return 0;
-    }
-    materials_.SetEngine(engine_);
-    materials_.SetOutputSize(out_w_, out_h_);
-    materials_.BuildAll();
-    engine_->End();
-    mesh_built_ = false;
-    return 1;
-  }
-
-  int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
-    std::lock_guard lock(lock_);
-    if (!OutputSizeKnown()) return 0;
-    if (!engine_ || !scene_.BeginFrame(engine_, inputs, out_w_, out_h_)) {
-      if (engine_) engine_->ErrorReport(kRenderError);
-      return 0;
-    }
-    materials_.UpdateInputTextures(inputs, kFirstTextureInput);
-    const float speed =
-        time_speed_ && std::isfinite(*time_speed_) ? std::clamp(*time_speed_, kTimeSpeedMin, kTimeSpeedMax) : 1.0f;
-    const float t = scene_.Advance(host_context_, speed);
-    SceneCamera own;
-    own.position[0] = 0, own.position[1] = 60, own.position[2] = 140;
-    drawn_camera_ = scene_.ControlledCamera(own);
-    BuildMesh(t);
-    scene_.SetCamera(engine_, drawn_camera_);
-    scene_.DrawInsertFx(engine_, inputs);
-    if (!triangles_.empty()) DrawMaterialMesh(engine_, materials_, 0, vertices_, triangles_);
-    return scene_.EndFrame(engine_, output);
   }
 
  protected:
-  void ReadSettings(orrery::ConfigStore& store) override {
-    ReadImplicitSettings(store, settings_);
-    scene_.ReadSettings(store);
-    materials_.LoadAll(store, "");
-    materials_.BuildAll();
-    Recompile();
-  }
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteImplicitSettings(store, settings_);
-    scene_.WriteSettings(store);
-    materials_.SaveAll(store, "");
-  }
-  void DeclareHostControls() override {
-    DescribeImplicitSettings(host_context_);
-    scene_.DescribeSettings(host_context_);
-    DeclareDynVars();
-  }
+  void ReadOwnSettings(orrery::ConfigStore& store) override { ReadImplicitSettings(store, settings_); }
+  void WriteOwnSettings(orrery::ConfigStore& store) override { WriteImplicitSettings(store, settings_); }
+  void DescribeOwnSettings() override { DescribeImplicitSettings(host_context_); }
+  void SettingsRead(orrery::ConfigStore&) override { Recompile(); }
+
+  float TimeSpeed() override { return VarValue(time_speed_, kTimeVar); }
 
   // The program editor, then (on OK) the material editor.
   int32_t RunDialog() override {
-    ImplicitSettings edit;
-    SceneSettings scene_edit;
-    Material material;
-    {
-      std::lock_guard lock(lock_);
-      edit = settings_;
-      scene_edit = scene_.Settings();
-      material = materials_.GetMaterial(0);
-    }
-    ProgramEditor editor(edit, scene_edit, [this](const ProgramSet& set) {
-      std::lock_guard lock(lock_);
-      return CompilePrograms(set, {});
-    });
-    editor.SetExport3DS([this](const std::string& path) { return Export3DS(path); });
-    if (!editor.Run(HelpPage())) return 0;
-    const bool material_edited = RunMaterialDialog(material, platform::MainWindow(), HelpPage()) != 0;
-    std::lock_guard lock(lock_);
-    settings_ = editor.Result();
-    scene_.Settings() = editor.SceneResult();
-    if (material_edited) materials_.LoadMaterial(0, material);
-    AfterProgramsChanged();
-    return 1;
+    return RunSceneDialog(
+        settings_, true,
+        [this](ImplicitSettings& edit, SceneSettings& scene) {
+          ProgramEditor editor(edit, scene, [this](const ProgramSet& set) {
+            std::lock_guard lock(lock_);
+            return CompilePrograms(set, {});
+          });
+          editor.SetExport3DS([this](const std::string& path) { return Export3DS(path); });
+          if (!editor.Run(HelpPage())) return false;
+          edit = editor.Result();
+          scene = editor.SceneResult();
+          return true;
+        },
+        [this](const ImplicitSettings& edit) {
+          settings_ = edit;
+          AfterProgramsChanged();
+        });
   }
 
- private:
-  // The light map alone (a picture layer without a picture: lit black), so
-  // the surface shines with no input connected; the material editor (or the
-  // key mat0mattex0texmode = 0) puts the first texture input on it.
-  static Material DefaultImplicitMaterial() {
-    Material m = DefaultMaterial();
-    m.tex[0].w = m.tex[0].h = 256;
-    SetFixedText(m.name, kMaterialName);
-    return m;
-  }
-
-  // The dynamic variables: the time speed, the scaffolding's, and one per
-  // user variable. A user variable's dynamic variable holds its position
-  // 0..1 (varmin 0, varmax 1) and carries the variable's minimum and
-  // maximum as the range the host's controller shows.
-  void DeclareDynVars() {
-    dynvars_.Clear();
-    time_speed_ = dynvars_.DeclareFloat(kTimeVar, kTimeSpeedMin, kTimeSpeedMax, 1.0f, kTimeSpeedMin, kTimeSpeedMax, 0);
-    scene_.DeclareInsertFxVars(dynvars_);
-    scene_.DeclareCameraVars(dynvars_);
+  // The time speed, the scaffolding's, and one per user variable. A user
+  // variable's dynamic variable holds its position 0..1 (varmin 0, varmax
+  // 1) and carries the variable's minimum and maximum as the range the
+  // host's controller shows.
+  void DeclareDynVars() override {
+    time_speed_ = DeclareVar(kTimeVar);
+    CSceneEffect::DeclareDynVars();
     positions_.clear();
     for (const UserVariable& v : settings_.programs.vars)
       positions_.push_back(dynvars_.DeclareFloat(v.name.c_str(), 0.0f, 1.0f, v.position, v.minimum, v.maximum, 0));
-    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
   }
 
+  // FUN on the grid and its surface, then the point programs; while a
+  // program fails the last good surface stays.
+  void BuildFrame(float t, const orrery::InputList&) override {
+    if (PositionsMoved()) Recompile();
+    if (!compile_error_.empty() || !sampler_) return;  // keep the last good surface
+    const Box box = settings_.volume.AsBox();
+    sampler_->Sample(t, box, field_);
+    ExtractSurface(field_, sampler_->Side(), box, settings_.volume.closed != 0, &surface_);
+    points_->Apply(t, surface_, uvs_);
+    AssembleVertices(surface_, points_->HasTexture() ? &uvs_ : nullptr, box, kWorldSide, vertices_);
+    triangles_ = surface_.triangles;
+    mesh_built_ = true;
+    SetMemorySize(sizeof(CImplicitBeastDfx) + SurfaceBytes(field_, surface_));
+  }
+
+ private:
   // After a load or an edit: recompile, re-declare the variables (the list
   // may have changed) and store it all.
   void AfterProgramsChanged() {
     Recompile();
-    DeclareDynVars();
-    if (orrery::ConfigStore* store = host_context_ ? host_context_->GetConfigStore() : nullptr) WriteConfig(*store);
+    PublishDynVars();
+    StoreConfig();
   }
 
+  // User variable k's position now: its dynamic variable's, else its initial one.
+  float PositionOf(size_t k) const {
+    const float* p = k < positions_.size() ? positions_[k] : nullptr;
+    return p && std::isfinite(*p) ? std::clamp(*p, 0.0f, 1.0f) : settings_.programs.vars[k].position;
+  }
   std::vector<float> CurrentPositions() const {
     std::vector<float> now;
-    for (size_t k = 0; k < settings_.programs.vars.size(); ++k) {
-      const float* p = k < positions_.size() ? positions_[k] : nullptr;
-      now.push_back(p && std::isfinite(*p) ? std::clamp(*p, 0.0f, 1.0f) : settings_.programs.vars[k].position);
-    }
+    for (size_t k = 0; k < settings_.programs.vars.size(); ++k) now.push_back(PositionOf(k));
     return now;
+  }
+  // Checked every frame, so without building a list.
+  bool PositionsMoved() const {
+    if (compiled_positions_.size() != settings_.programs.vars.size()) return true;
+    for (size_t k = 0; k < compiled_positions_.size(); ++k)
+      if (PositionOf(k) != compiled_positions_[k]) return true;
+    return false;
   }
 
   // Compiles the programs with the user variables where they stand now and
@@ -251,35 +177,6 @@ class CImplicitBeastDfx final : public CEffectBase {
     compiled_ = std::make_unique<CompiledPrograms>(std::move(compiled));
     sampler_ = std::make_unique<FieldSampler>(compiled_->program[kFunProgram], settings_.volume.grid);
     points_ = std::make_unique<PointPrograms>(*compiled_);
-  }
-
-  void BuildMesh(float t) {
-    if (CurrentPositions() != compiled_positions_) Recompile();
-    if (!compile_error_.empty() || !sampler_) return;  // keep the last good surface
-    const Box box = settings_.volume.AsBox();
-    sampler_->Sample(t, box, field_);
-    ExtractSurface(field_, sampler_->Side(), box, settings_.volume.closed != 0, &surface_);
-    points_->Apply(t, surface_, uvs_);
-    AssembleVertices(surface_, points_->HasTexture() ? &uvs_ : nullptr, box, kWorldSide, vertices_);
-    triangles_ = surface_.triangles;
-    mesh_built_ = true;
-    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CImplicitBeastDfx) + field_.capacity() * sizeof(float) +
-                                                        vertices_.capacity() * sizeof(nb3D::Vertex) +
-                                                        surface_.positions.capacity() * 2 * sizeof(float) +
-                                                        triangles_.capacity() * 2 * sizeof(uint32_t)));
-  }
-
-  std::string Export3DS(const std::string& path) {
-    std::lock_guard lock(lock_);
-    ExportMesh mesh;
-    mesh.name = "Implicit";
-    for (const nb3D::Vertex& v : vertices_) {
-      mesh.positions.insert(mesh.positions.end(), {v.x, v.y, v.z});
-      mesh.uvs.insert(mesh.uvs.end(), {v.u, v.v});
-    }
-    mesh.triangles = triangles_;
-    return ExportScene3DS(path.c_str(), engine_ != nullptr && mesh_built_, kMaterialName, materials_.GetMaterial(0),
-                          {&mesh, 1}, drawn_camera_);
   }
 
   // A file replaces the programs only when it reads and compiles whole.
@@ -311,25 +208,8 @@ class CImplicitBeastDfx final : public CEffectBase {
   static int32_t SaveProgram(void* user, const char* path, std::string* message) {
     return Report(static_cast<CImplicitBeastDfx*>(user)->SaveProgramFile(path ? path : ""), message);
   }
-  static int32_t Save3DS(void* user, const char* path, std::string* message) {
-    return Report(static_cast<CImplicitBeastDfx*>(user)->Export3DS(path ? path : ""), message);
-  }
-
-  void FreeAll() {
-    materials_.FreeAll();
-    materials_.SetEngine(nullptr);
-    if (engine_) {
-      scene_.Free(engine_);
-      engine_->Release();
-    }
-    engine_ = nullptr;
-    mesh_built_ = false;
-  }
 
   ImplicitSettings settings_;
-  Scene3D scene_;
-  nbMatManager materials_;
-  DynVarList dynvars_;
   float* time_speed_ = nullptr;
   std::vector<float*> positions_;
 
@@ -342,10 +222,6 @@ class CImplicitBeastDfx final : public CEffectBase {
   std::vector<float> field_;
   IsoMesh surface_;
   std::vector<float> uvs_;
-  std::vector<nb3D::Vertex> vertices_;
-  std::vector<uint32_t> triangles_;
-  SceneCamera drawn_camera_;
-  bool mesh_built_ = false;
 };
 
 }  // namespace

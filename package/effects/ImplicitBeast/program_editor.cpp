@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "core/platform.h"
-#include "formula/user_variables.h"
 #include "program_file.h"
 
 namespace nimbo::implicit {
@@ -24,27 +22,22 @@ ProgramEditor::ProgramEditor(const ImplicitSettings& settings, const SceneSettin
 
 void ProgramEditor::LoadSelectedVariable() {
   const std::vector<UserVariable>& vars = edit_.programs.vars;
-  selected_ = std::clamp(selected_, 0, std::max(0, int32_t(vars.size()) - 1));
-  shown_selected_ = selected_;
   if (vars.empty()) return;
-  const UserVariable& v = vars[size_t(selected_)];
+  const UserVariable& v = vars[size_t(Selected())];
   var_min_ = v.minimum, var_max_ = v.maximum, var_position_ = v.position;
 }
 
 void ProgramEditor::StoreSelectedVariable() {
   std::vector<UserVariable>& vars = edit_.programs.vars;
-  if (shown_selected_ < 0 || size_t(shown_selected_) >= vars.size()) return;
-  UserVariable& v = vars[size_t(shown_selected_)];
+  if (ShownSelected() < 0 || size_t(ShownSelected()) >= vars.size()) return;
+  UserVariable& v = vars[size_t(ShownSelected())];
   v.minimum = var_min_, v.maximum = var_max_, v.position = var_position_;
 }
 
 void ProgramEditor::BuildFields() {
-  fields_.clear();
   hints_.assign(kProgramCount, "");
   auto add = [&](const char* label, F type, void* value, double lo = 0, double hi = 0, const char* choices = nullptr,
-                 const char* hint = nullptr) {
-    fields_.push_back({label, type, value, lo, hi, choices, hint});
-  };
+                 const char* hint = nullptr) { AddField(label, type, value, lo, hi, choices, hint); };
 
   add(status_.c_str(), F::kLabel, nullptr);
   for (int32_t k = 0; k < kProgramCount; ++k) {
@@ -62,81 +55,40 @@ void ProgramEditor::BuildFields() {
       add(row.label, F::kFloat, &(v.*(*f)), row.minimum, row.maximum, nullptr, row.help);
   }
 
-  add("new variable", F::kText, &new_variable_, 0, 0, nullptr, "name of a user variable to add");
-  add("Add variable", F::kButton, &add_pressed_, 0, 1);
-  const std::vector<UserVariable>& vars = edit_.programs.vars;
-  variable_choices_.clear();
-  for (const UserVariable& u : vars) variable_choices_ += (variable_choices_.empty() ? "" : "|") + u.name;
-  LoadSelectedVariable();
-  if (!vars.empty()) {
-    add("variable", F::kChoice, &selected_, 0, double(vars.size() - 1), variable_choices_.c_str());
+  AddNewVariableFields("name of a user variable to add");
+  names_.clear();
+  for (const UserVariable& u : edit_.programs.vars) names_.push_back(u.name);
+  if (AddVariableChoice(names_)) {
+    LoadSelectedVariable();
     add("minimum", F::kFloat, &var_min_, -1e9, 1e9, nullptr, "the value at position 0");
     add("maximum", F::kFloat, &var_max_, -1e9, 1e9, nullptr, "the value at position 1");
     add("initial position", F::kFloat, &var_position_, 0, 1, nullptr, "0..1, the dynamic variable's start");
-    add("Delete variable", F::kButton, &delete_pressed_, 0, 1);
+    AddDeleteVariableButton();
   }
 
-  const int32_t first_scene = int32_t(fields_.size());
-  for (const orrery::DialogField& f : Scene3D::DialogFields(scene_, first_scene)) fields_.push_back(f);
-
-  add("program file", F::kPath, &program_path_, 0, 0, nullptr, kProgramFilter);
-  add("Load program...", F::kButton, &load_pressed_, 0, 1);
-  add("Save program...", F::kButton, &save_pressed_, 0, 1);
-  add("3DS file", F::kPath, &path_3ds_, 0, 0, nullptr, "3DS Files (*.3ds)|*.3ds|All Files (*.*)|*.*||");
-  add("Save as 3DS...", F::kButton, &export_pressed_, 0, 1);
-}
-
-const std::vector<orrery::DialogField>& ProgramEditor::Fields() {
-  BuildFields();
-  return fields_;
+  AddSceneFields(scene_);
+  AddFileFields("program file", kProgramFilter, "Load program...", "Save program...");
 }
 
 bool ProgramEditor::AfterOk() {
   StoreSelectedVariable();
-  const bool pressed = add_pressed_ || delete_pressed_ || load_pressed_ || save_pressed_ || export_pressed_;
-  std::vector<UserVariable>& vars = edit_.programs.vars;
+  const bool pressed = AnyButtonPressed();
   if (add_pressed_) {
-    switch (AddUserVariable(edit_.programs, new_variable_)) {
-      case AddVariable::kAdded:
-        selected_ = int32_t(vars.size()) - 1;
-        new_variable_.clear();
-        break;
-      case AddVariable::kEmpty:
-        platform::ShowWarning(formula::kEmptyNameCaption, formula::kEmptyNameMessage);
-        break;
-      case AddVariable::kRefused:
-        new_variable_.clear();
-        break;
-      case AddVariable::kDuplicate:
-        break;
-      case AddVariable::kFull:
-        platform::ShowWarning("Info", "A program set holds at most 255 user variables.");
-        break;
-    }
+    const AddVariable added = AddUserVariable(edit_.programs, new_variable_);
+    AfterAddVariable(added, edit_.programs.vars.size(), "A program set holds at most 255 user variables.");
   }
-  if (delete_pressed_ && !vars.empty()) {
-    vars.erase(vars.begin() + std::clamp(shown_selected_, 0, int32_t(vars.size()) - 1));
-    selected_ = std::max(0, shown_selected_ - 1);
-  }
+  if (delete_pressed_) DeleteShownVariable(edit_.programs.vars);
   if (load_pressed_) {
     // A file replaces the programs only when it reads and compiles whole.
     ProgramSet loaded;
-    std::string error = ReadProgramFile(program_path_, loaded);
+    std::string error = ReadProgramFile(FilePath(), loaded);
     if (error.empty()) error = compile_(loaded).ErrorText();
-    if (error.empty())
-      edit_.programs = std::move(loaded);
-    else
-      platform::ShowError("Error", error.c_str());
+    if (error.empty()) edit_.programs = std::move(loaded);
+    ShowError(error);
   }
-  if (save_pressed_) {
-    const std::string error = WriteProgramFile(program_path_, edit_.programs);
-    if (!error.empty()) platform::ShowError("Error", error.c_str());
-  }
-  if (export_pressed_ && export_3ds_) {
-    const std::string error = export_3ds_(path_3ds_);
-    if (!error.empty()) platform::ShowError("Error", error.c_str());
-  }
-  add_pressed_ = delete_pressed_ = load_pressed_ = save_pressed_ = export_pressed_ = 0;
+  if (save_pressed_) ShowError(WriteProgramFile(FilePath(), edit_.programs));
+  ExportIfPressed();
+  ClearButtons();
   edit_.Sanitize();
 
   // Every round recompiles, so the status line is always up to date.
@@ -144,20 +96,7 @@ bool ProgramEditor::AfterOk() {
   error_program_ = compiled.failed;
   error_line_ = compiled.line;
   status_ = compiled.Ok() ? "All programs compile." : compiled.ErrorText();
-  return !pressed && compiled.Ok() && selected_ == shown_selected_;
-}
-
-bool ProgramEditor::Run(const char* help_page) {
-  orrery::DialogService* service = orrery::GetDialogService();
-  if (!service) return false;
-  for (int32_t round = 0; round < kMaxRounds; ++round) {
-    const std::vector<orrery::DialogField>& fields = Fields();
-    const orrery::DialogModel model{"ImplicitBeast program editor", fields.data(), int32_t(fields.size()), help_page,
-                                    platform::MainWindow()};
-    if (!service->RunModal(model)) return false;
-    if (AfterOk()) return true;
-  }
-  return false;
+  return !pressed && compiled.Ok() && !SelectionMoved();
 }
 
 }  // namespace nimbo::implicit

@@ -14,35 +14,30 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "implicit_settings.h"
 #include "orrery/services.h"
+#include "render3d/round_dialog.h"
 #include "render3d/scene3d.h"
 
 namespace nimbo::implicit {
 
-class ProgramEditor {
+class ProgramEditor final : public RoundDialog {
  public:
   // Compiles the programs the way the effect does (under its lock).
   using Compiler = std::function<CompiledPrograms(const ProgramSet&)>;
-  // Writes the surface last drawn as a .3ds file: "" or the message to show.
-  using Exporter = std::function<std::string(const std::string& path)>;
 
   ProgramEditor(const ImplicitSettings& settings, const SceneSettings& scene, Compiler compile);
-  void SetExport3DS(Exporter exporter) { export_3ds_ = std::move(exporter); }
 
-  // Rounds until OK with programs that compile (true) or Cancel (false); a
-  // service that keeps answering OK without mending them gives up after
-  // kMaxRounds, as Cancel.
-  static constexpr int32_t kMaxRounds = 200;
-  bool Run(const char* help_page);
+  // Rounds until OK with programs that compile (true) or Cancel (false), or
+  // kMaxRounds of OK without a mend.
+  bool Run(const char* help_page) { return RunRounds("ImplicitBeast program editor", help_page); }
 
-  // ---- one round, for hosts and tests that drive the model directly ----
-  const std::vector<orrery::DialogField>& Fields();
   // Looks at a round closed with OK: true when the dialog is done.
-  bool AfterOk();
+  bool AfterOk() override;
 
   // The program that failed in the last round (-1: none) and its line.
   int32_t ErrorProgram() const { return error_program_; }
@@ -53,23 +48,16 @@ class ProgramEditor {
   const SceneSettings& SceneResult() const { return scene_; }
 
  private:
-  void BuildFields();
+  void BuildFields() override;
   void LoadSelectedVariable();
   void StoreSelectedVariable();
 
   ImplicitSettings edit_;
   SceneSettings scene_;
   Compiler compile_;
-  Exporter export_3ds_;
 
-  std::vector<orrery::DialogField> fields_;
-  std::vector<std::string> hints_;
-  int32_t selected_ = 0, shown_selected_ = 0;
-  std::string variable_choices_;
-  std::string new_variable_;
+  std::vector<std::string> hints_, names_;
   float var_min_ = 0, var_max_ = 1, var_position_ = 0.5f;
-  std::string program_path_, path_3ds_;
-  int32_t add_pressed_ = 0, delete_pressed_ = 0, load_pressed_ = 0, save_pressed_ = 0, export_pressed_ = 0;
   int32_t error_program_ = -1;
   std::optional<int> error_line_;
   std::string status_ = "All programs compile.";

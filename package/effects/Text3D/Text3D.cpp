@@ -18,23 +18,15 @@
 // the host clock times "Text speed", the letters' placements, all letters'
 // vertices gathered into one mesh, drawn through the scaffolding's camera.
 #include <algorithm>
-#include <climits>
 #include <cmath>
 #include <string>
 #include <vector>
 
-#include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/platform.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
-#include "framework/dynvar_list.h"
-#include "orrery/services.h"
-#include "render3d/effect_engine.h"
-#include "render3d/export_3ds.h"
-#include "render3d/material_manager.h"
-#include "render3d/scene3d.h"
-#include "render3d/scene_dialog.h"
+#include "render3d/scene_effect.h"
 #include "text_layout.h"
 
 namespace nimbo {
@@ -51,9 +43,6 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       0x017178DD8AF030DBull,
                                       orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
-constexpr int32_t kFirstTextureInput = 1;
-constexpr int32_t kTextureInputs = 2;
 constexpr const char* kMaterialName = "textmat";
 constexpr const char* kRenderError = "CText3DDfx::Render Error";
 constexpr const char* kHelpPage = "helpfile/Effects/3D/Text3D/Text3D.htm";
@@ -82,160 +71,88 @@ constexpr SettingRow<TextSettings> kRows[] = {
 };
 
 // ---- dynamic variables --------------------------------------------------------------
-struct TextVar {
-  const char* name;
-  float minimum, maximum, initial;
-};
-constexpr TextVar kSpeedVar = {"Text speed", -4.0f, 4.0f, 1.0f};
-constexpr TextVar kWaveHeightVar = {"Wave height", 0.0f, 1.0f, 0.15f};
-constexpr TextVar kWaveSpeedVar = {"Wave speed", 0.0f, 4.0f, 0.5f};
-constexpr TextVar kSpinVar = {"Spin speed", -2.0f, 2.0f, 0.0f};
-constexpr TextVar kFlyInVar = {"Fly-in", 0.0f, 1.0f, 1.0f};
+constexpr SceneVar kSpeedVar = {"Text speed", -4.0f, 4.0f, 1.0f};
+constexpr SceneVar kWaveHeightVar = {"Wave height", 0.0f, 1.0f, 0.15f};
+constexpr SceneVar kWaveSpeedVar = {"Wave speed", 0.0f, 4.0f, 0.5f};
+constexpr SceneVar kSpinVar = {"Spin speed", -2.0f, 2.0f, 0.0f};
+constexpr SceneVar kFlyInVar = {"Fly-in", 0.0f, 1.0f, 1.0f};
 
-float VarValue(const float* v, const TextVar& var) {
-  return v && std::isfinite(*v) ? std::clamp(*v, var.minimum, var.maximum) : var.initial;
-}
+// Input 0 the background, 1 and 2 the material's texture inputs: the layout's defaults.
+constexpr SceneEffectLayout kLayout = {.render_error = kRenderError, .material_name = kMaterialName};
 
-class CText3DDfx final : public CEffectBase {
+class CText3DDfx final : public CTableSceneEffect<TextSettings> {
  public:
-  CText3DDfx()
-      : CEffectBase(kInfo, kLabelText3D, kHelpPage, sizeof(CText3DDfx)),
-        scene_(kBackgroundInput),
-        materials_(kTextureInputs, "") {
-    ApplyDefaults<TextSettings>(kRows, settings_);
-    materials_.LoadMaterial(0, DefaultTextMaterial());
-    orrery::RegisterEffectAction(this, "save-3ds", "Save as 3DS...: writes the letters and camera last drawn",
-                                 &Save3DS, this);
-  }
-
-  ~CText3DDfx() override {
-    orrery::UnregisterEffectActions(this);
-    FreeAll();
-  }
-
-  const char* GetInputScreenName(int32_t index) override {
-    std::lock_guard lock(lock_);
-    if (index >= kFirstTextureInput && index < kFirstTextureInput + kTextureInputs) {
-      if (const char* name = materials_.GetInputName(index - kFirstTextureInput)) return name;
-    }
-    return CEffectBase::GetInputScreenName(index);
-  }
-
-  int32_t SendEffectMessage(int32_t a, int32_t b) override {
-    std::lock_guard lock(lock_);
-    if (engine_) engine_->Message(a, b);
-    return 0;
-  }
-
-  int32_t Initialize() override {
-    std::lock_guard lock(lock_);
-    FetchOutputSize();
-    FreeAll();
-    engine_ = StartEffectEngine(this, materials_, out_w_, out_h_);
-    letters_ready_ = false;
-    return engine_ ? 1 : 0;
-  }
-
-  int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
-    std::lock_guard lock(lock_);
-    if (!OutputSizeKnown()) return 0;
-    if (!engine_ || !scene_.BeginFrame(engine_, inputs, out_w_, out_h_)) {
-      if (engine_) engine_->ErrorReport(kRenderError);
-      return 0;
-    }
-    materials_.UpdateInputTextures(inputs, kFirstTextureInput);
-    const float t = scene_.Advance(host_context_, VarValue(speed_, kSpeedVar));
-    SceneCamera own;
-    own.position[2] = kReferenceLines * 0.5f / std::tan(kSceneFovDegrees * 0.5f * 3.14159265f / 180.0f);
-    drawn_camera_ = scene_.ControlledCamera(own);
-    UpdateLetters();
-    Animate(t);
-    AssembleFrameMesh();
-    scene_.SetCamera(engine_, drawn_camera_);
-    scene_.DrawInsertFx(engine_, inputs);
-    if (!triangles_.empty()) DrawMaterialMesh(engine_, materials_, 0, vertices_, triangles_);
-    return scene_.EndFrame(engine_, output);
+  CText3DDfx() : CTableSceneEffect(kInfo, kLabelText3D, kHelpPage, sizeof(CText3DDfx), kLayout, kRows, "Text3D") {
+    materials_.LoadMaterial(0, LightMapMaterial(kMaterialName));
+    RegisterSave3DS("Save as 3DS...: writes the letters and camera last drawn");
   }
 
  protected:
-  void ReadSettings(orrery::ConfigStore& store) override {
-    ReadRows<TextSettings>(store, kRows, settings_);
-    scene_.ReadSettings(store);
-    materials_.LoadAll(store, "");
-    materials_.BuildAll();
+  // A new text, font, size or depth lays the letters out again at the next
+  // frame (where a font that cannot be read is reported).
+  void SettingsRead(orrery::ConfigStore&) override { letters_ready_ = false; }
+  void ApplyDialogSettings(const TextSettings& edit) override {
+    settings_ = edit;
+    letters_ready_ = false;
   }
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteRows<TextSettings>(store, kRows, settings_);
-    scene_.WriteSettings(store);
-    materials_.SaveAll(store, "");
-  }
-  void DeclareHostControls() override {
-    DescribeRows<TextSettings>(host_context_, kRows);
-    scene_.DescribeSettings(host_context_);
-    dynvars_.Clear();
-    speed_ = Declare(kSpeedVar);
-    wave_height_ = Declare(kWaveHeightVar);
-    wave_speed_ = Declare(kWaveSpeedVar);
-    spin_ = Declare(kSpinVar);
-    fly_in_ = Declare(kFlyInVar);
-    scene_.DeclareInsertFxVars(dynvars_);
-    scene_.DeclareCameraVars(dynvars_);
-    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
+  void EngineStopping() override { letters_ready_ = false; }
+
+  float TimeSpeed() override { return VarValue(speed_, kSpeedVar); }
+
+  void DeclareDynVars() override {
+    speed_ = DeclareVar(kSpeedVar);
+    wave_height_ = DeclareVar(kWaveHeightVar);
+    wave_speed_ = DeclareVar(kWaveSpeedVar);
+    spin_ = DeclareVar(kSpinVar);
+    fly_in_ = DeclareVar(kFlyInVar);
+    CSceneEffect::DeclareDynVars();
   }
 
-  // The text settings and the scene's, then (on OK) the material editor.
-  int32_t RunDialog() override {
-    TextSettings edit;
-    SceneSettings scene_edit;
-    Material material;
-    {
-      std::lock_guard lock(lock_);
-      edit = settings_;
-      scene_edit = scene_.Settings();
-      material = materials_.GetMaterial(0);
+  // One world unit is one pixel of a 480-line picture on the text's plane.
+  SceneCamera OwnCamera(float) override {
+    SceneCamera own;
+    own.position[2] = kReferenceLines * 0.5f / std::tan(kSceneFovDegrees * 0.5f * 3.14159265f / 180.0f);
+    return own;
+  }
+
+  void BuildFrame(float t, const orrery::InputList&) override {
+    if (!letters_ready_) LayOutLetters();
+    Animate(t);
+    AssembleFrameMesh();
+  }
+
+  // One mesh per letter that has one, "Letter0", "Letter1", ... in text
+  // order, each placed by its matrix as it was last drawn.
+  bool ExportMeshes(std::vector<ExportMesh>& meshes) override {
+    if (!letters_ready_ || placements_.size() != block_.letters.size()) return false;
+    meshes.resize(block_.letters.size());
+    for (size_t i = 0; i < meshes.size(); ++i) {
+      const text3d::GlyphMesh& mesh = *block_.letters[i].mesh;
+      ExportMesh& out = meshes[i];
+      out.name = "Letter" + std::to_string(i);
+      out.positions = mesh.positions;
+      out.uvs.resize(mesh.VertexCount() * 2);
+      for (size_t v = 0; v < mesh.VertexCount(); ++v)
+        TexCoord(block_.letters[i], &mesh.positions[3 * v], &out.uvs[2 * v]);
+      out.triangles = mesh.triangles;
+      text3d::PlacementMatrix(placements_[i], out.matrix);
     }
-    bool material_edited = false;
-    if (!RunSceneSettingsDialog<TextSettings>("Text3D", HelpPage(), kRows, edit, scene_edit, material, &material_edited))
-      return 0;
-    std::lock_guard lock(lock_);
-    settings_ = edit;
-    scene_.Settings() = scene_edit;
-    if (material_edited) materials_.LoadMaterial(0, material);
-    if (orrery::ConfigStore* store = host_context_ ? host_context_->GetConfigStore() : nullptr) WriteConfig(*store);
-    return 1;
+    return true;
   }
 
  private:
-  // Lit white letters with the light map alone, so they shine with nothing
-  // connected; the key mat0mattex0texmode = 0 puts the first texture input
-  // on them.
-  static Material DefaultTextMaterial() {
-    Material m = DefaultMaterial();
-    m.tex[0].w = m.tex[0].h = 256;
-    SetFixedText(m.name, kMaterialName);
-    return m;
-  }
-
-  float* Declare(const TextVar& v) {
-    return dynvars_.DeclareFloat(v.name, v.minimum, v.maximum, v.initial, v.minimum, v.maximum, 0);
-  }
-
   float Size() const { return float(std::clamp(settings_.size, kMinSize, kMaxSize)); }
   float Depth() const {
     return std::isfinite(settings_.depth) ? std::clamp(settings_.depth, 0.0f, kMaxDepth) * Size() : 0.25f * Size();
   }
 
-  // Lays the text out again when the text, font, size or depth changed.
-  void UpdateLetters() {
-    const float size = Size(), depth = Depth();
-    if (letters_ready_ && laid_text_ == settings_.text && laid_font_ == settings_.font && laid_size_ == size &&
-        laid_depth_ == depth)
-      return;
-    laid_text_ = settings_.text, laid_font_ = settings_.font, laid_size_ = size, laid_depth_ = depth;
+  // The letters of the text in the font at its size and depth; a font that
+  // cannot be read is told once (until it changes) and draws no text.
+  void LayOutLetters() {
     letters_ready_ = true;
     block_ = {};
     std::string error;
-    text3d::GlyphSet* glyphs = cache_.Select(settings_.font, size, depth, &error);
+    text3d::GlyphSet* glyphs = cache_.Select(settings_.font, Size(), Depth(), &error);
     if (!glyphs) {
       if (error != reported_error_) {
         reported_error_ = error;
@@ -245,7 +162,7 @@ class CText3DDfx final : public CEffectBase {
     }
     reported_error_.clear();
     block_ = text3d::LayOut(*glyphs, text3d::DecodeUtf8(settings_.text, text3d::kMaxLetters));
-    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CText3DDfx) + cache_.MemoryBytes()));
+    SetMemorySize(sizeof(CText3DDfx) + cache_.MemoryBytes());
   }
 
   void Animate(float t) {
@@ -257,7 +174,7 @@ class CText3DDfx final : public CEffectBase {
     a.fly_in = VarValue(fly_in_, kFlyInVar);
     placements_.resize(block_.letters.size());
     for (size_t i = 0; i < placements_.size(); ++i)
-      placements_[i] = text3d::PlaceLetter(block_.letters[i], i, placements_.size(), a, laid_size_);
+      placements_[i] = text3d::PlaceLetter(block_.letters[i], i, placements_.size(), a, Size());
   }
 
   // The texture lies flat across the text block, fixed to the letters.
@@ -294,45 +211,6 @@ class CText3DDfx final : public CEffectBase {
     }
   }
 
-  // One mesh per letter that has one, "Letter0", "Letter1", ... in text
-  // order, each placed by its matrix as it was last drawn.
-  std::string Export3DS(const std::string& path) {
-    std::lock_guard lock(lock_);
-    std::vector<ExportMesh> meshes;
-    const bool drawn = engine_ != nullptr && letters_ready_ && placements_.size() == block_.letters.size();
-    if (drawn) {
-      meshes.resize(block_.letters.size());
-      for (size_t i = 0; i < meshes.size(); ++i) {
-        const text3d::GlyphMesh& mesh = *block_.letters[i].mesh;
-        ExportMesh& out = meshes[i];
-        out.name = "Letter" + std::to_string(i);
-        out.positions = mesh.positions;
-        out.uvs.resize(mesh.VertexCount() * 2);
-        for (size_t v = 0; v < mesh.VertexCount(); ++v)
-          TexCoord(block_.letters[i], &mesh.positions[3 * v], &out.uvs[2 * v]);
-        out.triangles = mesh.triangles;
-        text3d::PlacementMatrix(placements_[i], out.matrix);
-      }
-    }
-    return ExportScene3DS(path.c_str(), drawn, kMaterialName, materials_.GetMaterial(0), meshes, drawn_camera_);
-  }
-
-  static int32_t Save3DS(void* user, const char* path, std::string* message) {
-    const std::string error = static_cast<CText3DDfx*>(user)->Export3DS(path ? path : "");
-    if (error.empty()) return 1;
-    if (message) *message = error;
-    return 0;
-  }
-
-  void FreeAll() {
-    StopEffectEngine(engine_, scene_, materials_);
-    letters_ready_ = false;
-  }
-
-  TextSettings settings_;
-  Scene3D scene_;
-  nbMatManager materials_;
-  DynVarList dynvars_;
   float* speed_ = nullptr;
   float* wave_height_ = nullptr;
   float* wave_speed_ = nullptr;
@@ -340,14 +218,10 @@ class CText3DDfx final : public CEffectBase {
   float* fly_in_ = nullptr;
 
   text3d::GlyphCache cache_;
-  std::string laid_text_, laid_font_, reported_error_;
-  float laid_size_ = 0, laid_depth_ = 0;
-  bool letters_ready_ = false;
+  std::string reported_error_;
+  bool letters_ready_ = false;  // block_ follows the settings
   text3d::TextBlock block_;
   std::vector<text3d::Placement> placements_;
-  std::vector<nb3D::Vertex> vertices_;
-  std::vector<uint32_t> triangles_;
-  SceneCamera drawn_camera_;
 };
 
 }  // namespace

@@ -23,23 +23,15 @@
 // (points also when the view turned); the model turned by "Rotation x/y/z"
 // plus "Spin speed" (degrees per second about y) times the clock; present.
 #include <algorithm>
-#include <climits>
 #include <cmath>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "core/effect_base.h"
 #include "core/labels.h"
 #include "core/registry.h"
 #include "core/settings_table.h"
-#include "framework/dynvar_list.h"
-#include "orrery/services.h"
-#include "render3d/engine_loader.h"
-#include "render3d/export_3ds.h"
-#include "render3d/material_dialog.h"
-#include "render3d/material_manager.h"
-#include "render3d/scene3d.h"
+#include "render3d/scene_effect.h"
 #include "render3d/wax_volume.h"
 #include "wax_mesh.h"
 
@@ -58,10 +50,8 @@ constexpr orrery::EffectInfo kInfo = {kInputs,
                                       0x016D2330FD25D684ull,
                                       orrery::kEffectVersion};
 
-constexpr int32_t kBackgroundInput = 0;
 constexpr int32_t kWaxInput = 1;
 constexpr int32_t kFirstTextureInput = 2;
-constexpr int32_t kTextureInputs = 2;
 constexpr const char* kMaterialName = "waxmat";
 constexpr const char* kPaletteTexture = "waxpalette";
 constexpr const char* kRenderError = "CWAXViewerDfx::Render Error";
@@ -91,17 +81,12 @@ constexpr SettingRow<ViewerSettings> kRows[] = {
 };
 
 // ---- dynamic variables --------------------------------------------------------------
-struct ViewerVar {
-  const char* name;
-  float minimum, maximum, initial;
-};
-constexpr ViewerVar kTurnVars[3] = {
+constexpr SceneVar kTurnVars[3] = {
     {"Rotation x", -360.0f, 360.0f, 0.0f}, {"Rotation y", -360.0f, 360.0f, 0.0f}, {"Rotation z", -360.0f, 360.0f, 0.0f}};
-constexpr ViewerVar kSpinVar = {"Spin speed", -180.0f, 180.0f, 20.0f};
+constexpr SceneVar kSpinVar = {"Spin speed", -180.0f, 180.0f, 20.0f};
 
-float VarValue(const float* v, const ViewerVar& var) {
-  return v && std::isfinite(*v) ? std::clamp(*v, var.minimum, var.maximum) : var.initial;
-}
+constexpr SceneEffectLayout kLayout = {
+    .first_texture_input = kFirstTextureInput, .render_error = kRenderError, .material_name = kMaterialName};
 
 // R = Rz * Ry * Rx (degrees), row-major.
 void Rotation(double rx, double ry, double rz, float r[3][3]) {
@@ -115,21 +100,17 @@ void Rotation(double rx, double ry, double rz, float r[3][3]) {
     for (int j = 0; j < 3; ++j) r[i][j] = float(m[i][j]);
 }
 
-class CWAXViewerDfx final : public CEffectBase {
+void Normalize(float v[3]) {
+  const float length = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
+  if (length > 0) v[0] /= length, v[1] /= length, v[2] /= length;
+}
+
+class CWAXViewerDfx final : public CTableSceneEffect<ViewerSettings> {
  public:
   CWAXViewerDfx()
-      : CEffectBase(kInfo, kLabelWAXViewer, kHelpPage, sizeof(CWAXViewerDfx)),
-        scene_(kBackgroundInput),
-        materials_(kTextureInputs, "") {
-    ApplyDefaults<ViewerSettings>(kRows, settings_);
-    materials_.LoadMaterial(0, DefaultWaxMaterial());
-    orrery::RegisterEffectAction(this, "save-3ds", "Save as 3DS...: writes the volume's surface (or points) and camera last drawn",
-                                 &Save3DS, this);
-  }
-
-  ~CWAXViewerDfx() override {
-    orrery::UnregisterEffectActions(this);
-    FreeAll();
+      : CTableSceneEffect(kInfo, kLabelWAXViewer, kHelpPage, sizeof(CWAXViewerDfx), kLayout, kRows, "WAXViewer") {
+    materials_.LoadMaterial(0, LightMapMaterial(kMaterialName));
+    RegisterSave3DS("Save as 3DS...: writes the volume's surface (or points) and camera last drawn");
   }
 
   orrery::Size GetInputScreenRes(int32_t index, int32_t width, int32_t height) override {
@@ -137,127 +118,80 @@ class CWAXViewerDfx final : public CEffectBase {
     return CEffectBase::GetInputScreenRes(index, width, height);
   }
 
-  const char* GetInputScreenName(int32_t index) override {
-    std::lock_guard lock(lock_);
-    if (index >= kFirstTextureInput && index < kFirstTextureInput + kTextureInputs) {
-      if (const char* name = materials_.GetInputName(index - kFirstTextureInput)) return name;
-    }
-    return CEffectBase::GetInputScreenName(index);
-  }
-
-  int32_t SendEffectMessage(int32_t a, int32_t b) override {
-    std::lock_guard lock(lock_);
-    if (engine_) engine_->Message(a, b);
-    return 0;
-  }
-
-  int32_t Initialize() override {
-    std::lock_guard lock(lock_);
-    FetchOutputSize();
-    FreeAll();
-    engine_ = CreateEngineObject(this);
-    if (!engine_) return 0;
-    if (OutputSizeKnown()) engine_->SetOutputSize(out_w_, out_h_);
-    if (!engine_->Begin()) {
-      FreeAll();
-      return 0;
-    }
-    materials_.SetEngine(engine_);
-    materials_.SetOutputSize(out_w_, out_h_);
+ protected:
+  // The materials and the voxel palette, a texture of its own.
+  void BuildEngineResources() override {
     materials_.BuildAll();
     const std::vector<uint32_t> palette = wax::PalettePixels();
     const nb3D::TextureDesc desc{wax::kPaletteSide, wax::kPaletteSide, nb3D::kFormatRgb, nb3D::kFilterNearest,
                                  palette.data(), 0};
     engine_->CreateTexture(kPaletteTexture, desc);
-    engine_->End();
-    mesh_valid_ = false;
-    return 1;
+  }
+  void EngineStopping() override {
+    if (engine_) engine_->DeleteTexture(kPaletteTexture);
   }
 
-  int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
-    std::lock_guard lock(lock_);
-    if (!OutputSizeKnown()) return 0;
-    if (!engine_ || !scene_.BeginFrame(engine_, inputs, out_w_, out_h_)) {
-      if (engine_) engine_->ErrorReport(kRenderError);
-      return 0;
-    }
-    materials_.UpdateInputTextures(inputs, kFirstTextureInput);
-    const float t = scene_.Advance(host_context_, 1.0f);
-    SceneCamera own;
-    own.position[0] = 0, own.position[1] = 60, own.position[2] = 140;
-    drawn_camera_ = scene_.ControlledCamera(own);
+  // New settings rebuild the mesh at the next frame.
+  void SettingsRead(orrery::ConfigStore&) override { mesh_built_ = false; }
+  void ApplyDialogSettings(const ViewerSettings& edit) override {
+    settings_ = edit;
+    mesh_built_ = false;
+  }
+
+  void DeclareDynVars() override {
+    for (int i = 0; i < 3; ++i) turn_[i] = DeclareVar(kTurnVars[i]);
+    spin_ = DeclareVar(kSpinVar);
+    CSceneEffect::DeclareDynVars();
+  }
+
+  void BuildFrame(float t, const orrery::InputList& inputs) override {
     Rotation(VarValue(turn_[0], kTurnVars[0]), VarValue(turn_[1], kTurnVars[1]) + double(VarValue(spin_, kSpinVar)) * t,
              VarValue(turn_[2], kTurnVars[2]), turn_now_);
     UpdateMesh(inputs.Get(kWaxInput));
-    scene_.SetCamera(engine_, drawn_camera_);
-    scene_.DrawInsertFx(engine_, inputs);
-    if (!triangles_.empty()) Draw();
-    return scene_.EndFrame(engine_, output);
   }
 
- protected:
-  void ReadSettings(orrery::ConfigStore& store) override {
-    ReadRows<ViewerSettings>(store, kRows, settings_);
-    scene_.ReadSettings(store);
-    materials_.LoadAll(store, "");
-    materials_.BuildAll();
-    mesh_valid_ = false;
-  }
-  void WriteSettings(orrery::ConfigStore& store) override {
-    WriteRows<ViewerSettings>(store, kRows, settings_);
-    scene_.WriteSettings(store);
-    materials_.SaveAll(store, "");
-  }
-  void DeclareHostControls() override {
-    DescribeRows<ViewerSettings>(host_context_, kRows);
-    scene_.DescribeSettings(host_context_);
-    dynvars_.Clear();
-    for (int i = 0; i < 3; ++i) turn_[i] = Declare(kTurnVars[i]);
-    spin_ = Declare(kSpinVar);
-    scene_.DeclareInsertFxVars(dynvars_);
-    scene_.DeclareCameraVars(dynvars_);
-    if (host_context_) host_context_->PublishDynVars(dynvars_.Head());
-  }
-
-  // The viewer settings and the scene's, then (on OK) the material editor.
-  int32_t RunDialog() override {
-    ViewerSettings edit;
-    SceneSettings scene_edit;
-    Material material;
-    {
-      std::lock_guard lock(lock_);
-      edit = settings_;
-      scene_edit = scene_.Settings();
-      material = materials_.GetMaterial(0);
+  void DrawFrame() override {
+    if (triangles_.empty()) return;
+    // The engine's model matrix is column-major.
+    for (int c = 0; c < 4; ++c)
+      for (int r = 0; r < 4; ++r) transform_[c * 4 + r] = (r < 3 && c < 3) ? turn_now_[r][c] : (r == c ? 1.0f : 0.0f);
+    if (!settings_.colours) {
+      // The surface takes its material coordinates from the view; points
+      // carry theirs.
+      if (settings_.display == 0) EnvironmentCoordinates();
+      DrawMaterialMesh(engine_, materials_, 0, settings_.display == 0 ? drawn_vertices_ : vertices_, triangles_,
+                       transform_);
+      return;
     }
-    int32_t shown = 0;
-    for (const SettingRow<ViewerSettings>& row : kRows) shown += row.view.as == ShowAs::kHidden ? 0 : 1;
-    const std::vector<orrery::DialogField> scene_fields = Scene3D::DialogFields(scene_edit, shown);
-    SettingsDialog<ViewerSettings> dialog(kRows, edit, {}, scene_fields);
-    if (!dialog.Run("WAXViewer", HelpPage())) return 0;
-    const bool material_edited = RunMaterialDialog(material, platform::MainWindow(), HelpPage()) != 0;
-    std::lock_guard lock(lock_);
-    settings_ = edit;
-    scene_.Settings() = scene_edit;
-    if (material_edited) materials_.LoadMaterial(0, material);
-    mesh_valid_ = false;
-    if (orrery::ConfigStore* store = host_context_ ? host_context_->GetConfigStore() : nullptr) WriteConfig(*store);
-    return 1;
+    nb3D::Mesh mesh{};
+    mesh.vertices = vertices_.data();
+    mesh.vertex_count = int32_t(vertices_.size());
+    mesh.indices = triangles_.data();
+    mesh.index_count = int32_t(triangles_.size());
+    mesh.texture = kPaletteTexture;
+    mesh.flags = uint32_t(materials_.GetMaterialFlags(0)) &
+                 ~uint32_t(nb3D::kFlagSecondAdded | nb3D::kFlagSecondSubtracted | nb3D::kFlagAlphaFromSecondBlue);
+    mesh.transform = transform_;
+    mesh.lit = 1;
+    engine_->DrawMesh(mesh);
+  }
+
+  // As drawn: turned by the model's turn.
+  bool ExportMeshes(std::vector<ExportMesh>& meshes) override {
+    if (!mesh_built_) return false;
+    ExportMesh mesh;
+    mesh.name = "WAX";
+    for (const nb3D::Vertex& v : vertices_) {
+      for (int r = 0; r < 3; ++r)
+        mesh.positions.push_back(turn_now_[r][0] * v.x + turn_now_[r][1] * v.y + turn_now_[r][2] * v.z);
+      mesh.uvs.insert(mesh.uvs.end(), {v.u, v.v});
+    }
+    mesh.triangles = triangles_;
+    meshes.push_back(std::move(mesh));
+    return true;
   }
 
  private:
-  // The light map alone, so the surface shines with no input connected.
-  static Material DefaultWaxMaterial() {
-    Material m = DefaultMaterial();
-    m.tex[0].w = m.tex[0].h = 256;
-    SetFixedText(m.name, kMaterialName);
-    return m;
-  }
-
-  float* Declare(const ViewerVar& v) {
-    return dynvars_.DeclareFloat(v.name, v.minimum, v.maximum, v.initial, v.minimum, v.maximum, 0);
-  }
-
   // The camera's directions in model space (through the model's turn).
   void ViewBasis(float right[3], float up[3], float forward[3]) const {
     float f[3], r[3], u[3];
@@ -274,14 +208,12 @@ class CWAXViewerDfx final : public CEffectBase {
       forward[i] = turn_now_[0][i] * f[0] + turn_now_[1][i] * f[1] + turn_now_[2][i] * f[2];
     }
   }
-  static void Normalize(float v[3]) {
-    const float length = std::sqrt(v[0] * v[0] + v[1] * v[1] + v[2] * v[2]);
-    if (length > 0) v[0] /= length, v[1] /= length, v[2] /= length;
-  }
 
+  // The surface or points, rebuilt only when the volume or the settings
+  // changed (points also every frame: they face the camera).
   void UpdateMesh(const orrery::Screen* wax_screen) {
     incoming_.ReadFrom(wax_screen);  // anything but a WAX screen reads as empty
-    const bool same_volume = mesh_valid_ && std::memcmp(incoming_.Data(), shown_.Data(), wax::kVoxelCount * 4) == 0;
+    const bool same_volume = mesh_built_ && std::memcmp(incoming_.Data(), shown_.Data(), wax::kVoxelCount * 4) == 0;
     const bool points = settings_.display == 1;
     if (same_volume && !points) return;
     std::swap(incoming_, shown_);
@@ -293,37 +225,8 @@ class CWAXViewerDfx final : public CEffectBase {
     } else {
       wax::SurfaceMesh(shown_, settings_.threshold, field_, surface_, vertices_, triangles_);
     }
-    mesh_valid_ = true;
-    mem_size_ = int32_t(std::min<size_t>(INT32_MAX, sizeof(CWAXViewerDfx) + 2 * wax::kVoxelCount * 4 +
-                                                        field_.capacity() * sizeof(float) +
-                                                        vertices_.capacity() * sizeof(nb3D::Vertex) +
-                                                        surface_.positions.capacity() * 2 * sizeof(float) +
-                                                        triangles_.capacity() * 2 * sizeof(uint32_t)));
-  }
-
-  void Draw() {
-    // The engine's model matrix is column-major.
-    for (int c = 0; c < 4; ++c)
-      for (int r = 0; r < 4; ++r) transform_[c * 4 + r] = (r < 3 && c < 3) ? turn_now_[r][c] : (r == c ? 1.0f : 0.0f);
-    if (!settings_.colours) {
-      if (settings_.display == 0)
-        EnvironmentCoordinates();
-      else
-        drawn_vertices_ = vertices_;
-      DrawMaterialMesh(engine_, materials_, 0, drawn_vertices_, triangles_, transform_);
-      return;
-    }
-    nb3D::Mesh mesh{};
-    mesh.vertices = vertices_.data();
-    mesh.vertex_count = int32_t(vertices_.size());
-    mesh.indices = triangles_.data();
-    mesh.index_count = int32_t(triangles_.size());
-    mesh.texture = kPaletteTexture;
-    mesh.flags = uint32_t(materials_.GetMaterialFlags(0)) &
-                 ~uint32_t(nb3D::kFlagSecondAdded | nb3D::kFlagSecondSubtracted | nb3D::kFlagAlphaFromSecondBlue);
-    mesh.transform = transform_;
-    mesh.lit = 1;
-    engine_->DrawMesh(mesh);
+    mesh_built_ = true;
+    SetMemorySize(sizeof(CWAXViewerDfx) + 2 * wax::kVoxelCount * 4 + SurfaceBytes(field_, surface_));
   }
 
   // The material's coordinates: the normal as the camera sees it (a sphere
@@ -339,56 +242,15 @@ class CWAXViewerDfx final : public CEffectBase {
     }
   }
 
-  std::string Export3DS(const std::string& path) {
-    std::lock_guard lock(lock_);
-    ExportMesh mesh;
-    mesh.name = "WAX";
-    // As drawn: turned by the model's turn.
-    for (const nb3D::Vertex& v : vertices_) {
-      for (int r = 0; r < 3; ++r)
-        mesh.positions.push_back(turn_now_[r][0] * v.x + turn_now_[r][1] * v.y + turn_now_[r][2] * v.z);
-      mesh.uvs.insert(mesh.uvs.end(), {v.u, v.v});
-    }
-    mesh.triangles = triangles_;
-    return ExportScene3DS(path.c_str(), engine_ != nullptr && mesh_valid_, kMaterialName, materials_.GetMaterial(0),
-                          {&mesh, 1}, drawn_camera_);
-  }
-
-  static int32_t Save3DS(void* user, const char* path, std::string* message) {
-    const std::string error = static_cast<CWAXViewerDfx*>(user)->Export3DS(path ? path : "");
-    if (error.empty()) return 1;
-    if (message) *message = error;
-    return 0;
-  }
-
-  void FreeAll() {
-    materials_.FreeAll();
-    materials_.SetEngine(nullptr);
-    if (engine_) {
-      engine_->DeleteTexture(kPaletteTexture);
-      scene_.Free(engine_);
-      engine_->Release();
-    }
-    engine_ = nullptr;
-    mesh_valid_ = false;
-  }
-
-  ViewerSettings settings_;
-  Scene3D scene_;
-  nbMatManager materials_;
-  DynVarList dynvars_;
   float* turn_[3] = {};
   float* spin_ = nullptr;
 
   wax::Volume incoming_, shown_;  // this frame's volume, the one the mesh shows
   std::vector<float> field_;
   IsoMesh surface_;
-  std::vector<nb3D::Vertex> vertices_, drawn_vertices_;
-  std::vector<uint32_t> triangles_;
+  std::vector<nb3D::Vertex> drawn_vertices_;
   float turn_now_[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
   float transform_[16] = {};
-  SceneCamera drawn_camera_;
-  bool mesh_valid_ = false;
 };
 
 }  // namespace

@@ -107,7 +107,6 @@ class Scene3D {
   // axis, distance scale, height added, roll added, zoom multiplied); `own`
   // itself when the effect did not declare them.
   SceneCamera ControlledCamera(const SceneCamera& own) const;
-  const SceneCamera& LastCamera() const { return last_camera_; }
 
   // ---- 5. a frame ----
   // Sets the output size and background, begins the engine frame. False
