@@ -163,11 +163,16 @@ class CWAXViewerDfx final : public CTableSceneEffect<ViewerSettings> {
                        transform_);
       return;
     }
+    // Points carry one colour a quad; the surface is drawn with its colour
+    // seams apart.
+    const bool points = settings_.display == 1;
+    const std::vector<nb3D::Vertex>& vertices = points ? vertices_ : seamless_vertices_;
+    const std::vector<uint32_t>& triangles = points ? triangles_ : seamless_triangles_;
     nb3D::Mesh mesh{};
-    mesh.vertices = vertices_.data();
-    mesh.vertex_count = int32_t(vertices_.size());
-    mesh.indices = triangles_.data();
-    mesh.index_count = int32_t(triangles_.size());
+    mesh.vertices = vertices.data();
+    mesh.vertex_count = int32_t(vertices.size());
+    mesh.indices = triangles.data();
+    mesh.index_count = int32_t(triangles.size());
     mesh.texture = kPaletteTexture;
     mesh.flags = uint32_t(materials_.GetMaterialFlags(0)) &
                  ~uint32_t(nb3D::kFlagSecondAdded | nb3D::kFlagSecondSubtracted | nb3D::kFlagAlphaFromSecondBlue);
@@ -224,9 +229,11 @@ class CWAXViewerDfx final : public CTableSceneEffect<ViewerSettings> {
                      triangles_);
     } else {
       wax::SurfaceMesh(shown_, settings_.threshold, field_, surface_, vertices_, triangles_);
+      wax::SeparateColourSeams(vertices_, triangles_, seamless_vertices_, seamless_triangles_);
     }
     mesh_built_ = true;
-    SetMemorySize(sizeof(CWAXViewerDfx) + 2 * wax::kVoxelCount * 4 + SurfaceBytes(field_, surface_));
+    SetMemorySize(sizeof(CWAXViewerDfx) + 2 * wax::kVoxelCount * 4 + SurfaceBytes(field_, surface_) +
+                  seamless_vertices_.capacity() * sizeof(nb3D::Vertex) + seamless_triangles_.capacity() * 4);
   }
 
   // The material's coordinates: the normal as the camera sees it (a sphere
@@ -249,6 +256,9 @@ class CWAXViewerDfx final : public CTableSceneEffect<ViewerSettings> {
   std::vector<float> field_;
   IsoMesh surface_;
   std::vector<nb3D::Vertex> drawn_vertices_;
+  // The surface in voxel colours: vertices_ with the colour seams apart.
+  std::vector<nb3D::Vertex> seamless_vertices_;
+  std::vector<uint32_t> seamless_triangles_;
   float turn_now_[3][3] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}};
   float transform_[16] = {};
 };

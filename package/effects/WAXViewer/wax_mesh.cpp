@@ -29,6 +29,43 @@ void PaletteCoordinates(uint32_t rgb, float* u, float* v) {
   *v = (float(index / kPaletteSide) + 0.5f) / kPaletteSide;
 }
 
+namespace {
+
+// The colour of the palette texel under (u, v).
+uint32_t PaletteColour(float u, float v) {
+  const auto cell = [](float c) { return uint32_t(std::clamp(int32_t(c * kPaletteSide), 0, kPaletteSide - 1)); };
+  const uint32_t index = cell(v) * kPaletteSide + cell(u);
+  return ((index >> 8) & 15) * 17 << 16 | ((index >> 4) & 15) * 17 << 8 | (index & 15) * 17;
+}
+
+}  // namespace
+
+void SeparateColourSeams(const std::vector<nb3D::Vertex>& vertices, const std::vector<uint32_t>& triangles,
+                         std::vector<nb3D::Vertex>& seamless_vertices, std::vector<uint32_t>& seamless_triangles) {
+  seamless_vertices = vertices;
+  seamless_triangles = triangles;
+  for (size_t t = 0; t + 2 < triangles.size(); t += 3) {
+    const nb3D::Vertex* corner[3] = {&vertices[triangles[t]], &vertices[triangles[t + 1]], &vertices[triangles[t + 2]]};
+    if (corner[0]->u == corner[1]->u && corner[0]->v == corner[1]->v && corner[0]->u == corner[2]->u &&
+        corner[0]->v == corner[2]->v)
+      continue;
+    uint32_t sum[3] = {0, 0, 0};
+    for (const nb3D::Vertex* c : corner) {
+      const uint32_t rgb = PaletteColour(c->u, c->v);
+      for (int k = 0; k < 3; ++k) sum[k] += (rgb >> (16 - 8 * k)) & 0xFF;
+    }
+    const uint32_t mean = (sum[0] + 1) / 3 << 16 | (sum[1] + 1) / 3 << 8 | (sum[2] + 1) / 3;
+    float u, v;
+    PaletteCoordinates(mean, &u, &v);
+    for (int k = 0; k < 3; ++k) {
+      nb3D::Vertex own = *corner[k];
+      own.u = own.u2 = u, own.v = own.v2 = v;
+      seamless_triangles[t + size_t(k)] = uint32_t(seamless_vertices.size());
+      seamless_vertices.push_back(own);
+    }
+  }
+}
+
 void ModelPoint(const float volume[3], float model[3]) {
   model[0] = (volume[0] - kCentre) * kUnit;
   model[1] = -(volume[1] - kCentre) * kUnit;

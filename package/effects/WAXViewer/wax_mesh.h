@@ -31,6 +31,14 @@ std::vector<uint32_t> PalettePixels();
 // Texture coordinates of the palette texel nearest `rgb` (0x00RRGGBB).
 void PaletteCoordinates(uint32_t rgb, float* u, float* v);
 
+// A triangle whose corners wear different palette entries would sweep its
+// texture coordinates across unrelated entries in between (neighbouring
+// texels are not neighbouring colours). `seamless` gets the mesh with each
+// such triangle on three vertices of its own, all wearing the mean of its
+// corners' colours; triangles of one colour keep their shared vertices.
+void SeparateColourSeams(const std::vector<nb3D::Vertex>& vertices, const std::vector<uint32_t>& triangles,
+                         std::vector<nb3D::Vertex>& seamless_vertices, std::vector<uint32_t>& seamless_triangles);
+
 // Model-space position of volume point (x, y, z) (voxel units).
 void ModelPoint(const float volume[3], float model[3]);
 

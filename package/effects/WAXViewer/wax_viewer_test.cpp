@@ -87,6 +87,42 @@ TEST(WaxMesh, PointsShowOnlyTheVisibleVoxels) {
     EXPECT_EQ(vertices.size(), 100u * 4);
 }
 
+// A ball red on its -x half and blue on its +x half.
+Volume TwoColourBall() {
+  Volume ball = Ball(31.5f, 31.5f, 31.5f, 22, 0);
+  for (int32_t z = 0; z < 64; ++z)
+    for (int32_t y = 0; y < 64; ++y)
+      for (int32_t x = 0; x < 64; ++x) {
+        const uint32_t voxel = ball.At(x, y, z);
+        if (voxel) ball.Set(x, y, z, voxel | (x < 32 ? 0xFF0000u : 0x0000FFu));
+      }
+  return ball;
+}
+
+TEST(WaxMesh, ColourSeamsGetTheirOwnVerticesInOneColour) {
+  std::vector<float> field;
+  nimbo::IsoMesh surface;
+  std::vector<nb3D::Vertex> vertices, seamless;
+  std::vector<uint32_t> triangles, seamless_triangles;
+  nimbo::wax::SurfaceMesh(TwoColourBall(), 128, field, surface, vertices, triangles);
+  nimbo::wax::SeparateColourSeams(vertices, triangles, seamless, seamless_triangles);
+  ASSERT_EQ(seamless_triangles.size(), triangles.size());
+  size_t separated = 0;
+  for (size_t t = 0; t < triangles.size(); t += 3) {
+    const nb3D::Vertex* c[3] = {&seamless[seamless_triangles[t]], &seamless[seamless_triangles[t + 1]],
+                                &seamless[seamless_triangles[t + 2]]};
+    for (int k = 0; k < 3; ++k) {
+      ASSERT_EQ(c[k]->u, c[0]->u) << "triangle " << t / 3;
+      ASSERT_EQ(c[k]->v, c[0]->v) << "triangle " << t / 3;
+      ASSERT_EQ(c[k]->x, vertices[triangles[t + size_t(k)]].x);  // same corners, same places
+    }
+    if (seamless_triangles[t] != triangles[t]) ++separated;
+  }
+  // Only the band where the halves meet is separated.
+  EXPECT_GT(separated, 0u);
+  EXPECT_LT(separated * 10, triangles.size() / 3);
+}
+
 class WaxViewerTest : public ::testing::Test {
  protected:
   WaxViewerTest() : bin(NIMBO_BIN_DIR) {
