@@ -381,11 +381,11 @@ for the effect named last:
 for the whole run (each at most once):
   -o OUT                picture (.png .jpg .bmp .tif .tga .ppm: the last frame), image sequence
                         (name_%04d.png: one per frame), or video (.mp4 .mkv .mov .webm .avi)
-  --size WxH            render size (default: the first input's)
+  --size WxH            render size (default: the first input's; 512x512 for 3DStoWAX)
   --frames N            number of frames (default: all of the first input; 1 for a picture)
   --fps F               frame rate, 0.001 to 1000 (default: the first input's, else 25)
   --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...)
-  --keep-alpha          keep the alpha byte (PNG/TIFF/BMP/TGA, .mov/.mkv/.webm); outputs are opaque otherwise
+  --keep-alpha          keep the alpha byte (TIFF/BMP/TGA, .mov/.mkv/.webm; PNG always keeps it); opaque otherwise
   --crf N               video quality, 0 (best) to 51 (default 18)
   --exact-size          keep an odd video size (H.264 4:4:4) instead of padding it to an even one
   --allow-gaps          read an image sequence with missing numbers instead of stopping
@@ -464,11 +464,11 @@ render, for the effect named last:
   --then EFFECT         chain: EFFECT takes the previous output as its first input
 render, for the whole run:
   -o OUT                picture (last frame), name_%04d.png (one per frame), or video (.mp4 .mkv .mov .webm .avi)
-  --size WxH            render size (default: the first input's)
+  --size WxH            render size (default: the first input's; 512x512 for 3DStoWAX)
   --frames N            number of frames (default: all of the first input; 1 for a picture)
   --fps F               frame rate (default: the first input's, else 25)
   --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...)
-  --keep-alpha          keep the alpha byte (PNG/TIFF, .mov/.mkv/.webm); outputs are opaque otherwise
+  --keep-alpha          keep the alpha byte (TIFF, .mov/.mkv/.webm; PNG always keeps it); opaque otherwise
   --crf N               video quality, 0 (best) to 51 (default 18)
   --exact-size          keep an odd video size instead of padding it to an even one
   --allow-gaps          read an image sequence with missing numbers

@@ -33,6 +33,10 @@ constexpr double kDefaultFps = 25.0;
 constexpr int32_t kSceneWidth = 640, kSceneHeight = 480;
 constexpr double kSceneKeysPerSecond = 30.0;
 constexpr int64_t kMaxSceneFrames = 100000;
+// An effect that takes no inputs at all (3DStoWAX) makes a WAX volume
+// screen, which is this size; one frame of it, unless --size and --frames
+// say otherwise.
+constexpr int32_t kVolumeSide = 512;
 
 // Published output values of every frame, as CSV rows streamed into the
 // pending file (in blocks, so memory stays flat however long the run).
@@ -169,6 +173,8 @@ int RunRender(const CommandLine& cl) {
 
   const std::string scene = first ? "" : LoadedScene(r.stages[0]);
   int32_t width = r.width, height = r.height;
+  const bool generator = entries[0]->inputs.empty();
+  if (width == 0 && generator) width = kVolumeSide, height = kVolumeSide;
   if (width == 0 && !scene.empty()) width = kSceneWidth, height = kSceneHeight;
   if (width == 0) {
     if (!first) throw HostError(entries[0]->short_name + " has no input here: give --size WxH and --frames N");
@@ -187,6 +193,7 @@ int RunRender(const CommandLine& cl) {
   if (fps == 0) fps = kDefaultFps;
 
   int64_t frames = r.frames;
+  if (frames < 0 && generator) frames = 1;
   if (frames < 0 && !scene.empty()) frames = SceneFrames(scene, fps);
   if (frames < 0) {
     if (!first) throw HostError(entries[0]->short_name + " has no input here: give --frames N (and --size WxH)");
