@@ -318,5 +318,46 @@ TEST_F(NimboWax, ExportedSurfacesOfKnownFieldsAreClosedWithTheirEulerCharacteris
   }
 }
 
+TEST_F(NimboWax, HostileProgramsAndRandomScreensGiveAnErrorOrAPictureNeverACrash) {
+  // Each program either renders (exit 0, a picture) or is refused with a
+  // one-line error (exit 1); a signal or any other code is a crash.
+  std::string deep = "FUN=";
+  for (int i = 0; i < 400; ++i) deep += "SIN(";
+  deep += "X";
+  for (int i = 0; i < 400; ++i) deep += ")";
+  std::string long_program;
+  for (int i = 0; i < 2000; ++i) long_program += "A" + std::to_string(i % 50) + "=X*Y+" + std::to_string(i) + "\n";
+  long_program += "FUN=A1";
+  const std::vector<std::string> programs = {
+      "FUN=1/0",         "FUN=LOG(-1)+SQRT(-X)", "FUN=0/0*X",        "FUN=1E38*1E38*X",  "FUN=(X",
+      "FUN=",            "X=1",                  "FUN=FUN+1",        "FUN=Q(X)",         "FUN=X*X+Y*Y+Z*Z-1\nFUN",
+      "\n\n\n",       "FUN=X\x01Y",          deep,               long_program,       "FUN=MAX(X,Y,Z,X,Y,Z,X,Y)",
+  };
+  for (const std::string& program : programs) {
+    const RunResult r = Run({"render", "ImplicitBeast", "--size", "48x32", "--frames", "2", "--set", "program=" + program,
+                             "--set", "grid=24", "-o", Path("p.png")},
+                            true);
+    EXPECT_TRUE(r.code == 0 || r.code == 1) << program.substr(0, 60) << ": " << r.code << " " << r.err;
+    if (r.code == 1) {
+      EXPECT_EQ(r.err.rfind("nimbo: error: ", 0), 0u) << r.err;
+    }
+  }
+  // Random screens, of the volume's size and of others, into every WAX effect.
+  WritePicture("noise.png", Noise(512, 512));
+  WritePicture("odd.png", Noise(300, 200));
+  for (const char* in : {"noise.png", "odd.png"}) {
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"render", "WAXRotate", "-i", Path(in), "--set", "rot_y=33", "--set", "scale=1.7"},
+          std::vector<std::string>{"render", "WAXCombine", "-i", Path(in), "-i", Path("noise.png"), "--set", "mode=3"},
+          std::vector<std::string>{"render", "WAXViewer", "-i", Path(in), "-i", Path(in), "--set", "display=1"},
+          std::vector<std::string>{"render", "WAXViewer", "-i", Path(in), "-i", Path(in), "--set", "threshold=1"}}) {
+      std::vector<std::string> run = args;
+      run.insert(run.end(), {"-o", Path("r.png")});
+      const RunResult r = Run(run, true);
+      EXPECT_EQ(r.code, 0) << args[1] << " " << in << ": " << r.err;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace nimbo::host
