@@ -31,7 +31,8 @@ endfunction()
 # the package core, the shared code and the 3D support, nothing of another
 # effect. HELP is the page path the effect's help button names
 # ("helpfile/Effects/Filter/LowQ/LowQ.htm"); the page itself is the folder's
-# <Name>.htm and is installed under that path in the help folder. TESTS
+# <Name>.htm and is installed under that path in the help folder, with the
+# folder's <Name>.png (the picture the page shows) beside it. TESTS
 # become the program <Name>_tests, run against the whole package.
 #
 # The package links every effect; the order a host sees them in is fixed in
@@ -46,6 +47,12 @@ function(nimbo_effect name)
   set_property(GLOBAL APPEND PROPERTY NIMBO_EFFECT_TARGETS ${target})
   if(E_HELP)
     set_property(GLOBAL APPEND PROPERTY NIMBO_HELP_PAGES "${CMAKE_CURRENT_SOURCE_DIR}/${name}.htm|${E_HELP}")
+    # The page's picture of the effect at work (scripts/refresh_help_pictures
+    # takes it from `nimbo demo`), installed beside the page.
+    if(EXISTS ${CMAKE_CURRENT_SOURCE_DIR}/${name}.png)
+      get_filename_component(help_folder ${E_HELP} DIRECTORY)
+      set_property(GLOBAL APPEND PROPERTY NIMBO_HELP_PAGES "${CMAKE_CURRENT_SOURCE_DIR}/${name}.png|${help_folder}/${name}.png")
+    endif()
   endif()
   if(E_TESTS)
     set(depends nimbo_one)

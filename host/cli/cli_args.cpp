@@ -211,6 +211,8 @@ void ParseDemo(ArgReader& in, CommandLine& cl) {
       cl.demo.frames = ParseFrames(arg, in.Once(arg));
     } else if (arg == "--only") {
       cl.demo.only.push_back(in.Value(arg));
+    } else if (arg == "--stills") {
+      cl.demo.stills_dir = in.Once(arg);
     } else {
       Unknown(arg, "demo");
     }
@@ -381,8 +383,9 @@ for the effect named last:
 for the whole run (each at most once):
   -o OUT                picture (.png .jpg .bmp .tif .tga .ppm: the last frame), image sequence
                         (name_%04d.png: one per frame), or video (.mp4 .mkv .mov .webm .avi)
-  --size WxH            render size (default: the first input's; 512x512 for 3DStoWAX)
-  --frames N            number of frames (default: all of the first input; 1 for a picture)
+  --size WxH            render size (default: the first input's; without inputs 640x480, 512x512 for WAX)
+  --frames N            number of frames (default: all of the first input; 1 for a picture;
+                        without inputs 1 into a picture, else 5 seconds)
   --fps F               frame rate, 0.001 to 1000 (default: the first input's, else 25)
   --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...)
   --keep-alpha          keep the alpha byte (TIFF/BMP/TGA, .mov/.mkv/.webm; PNG always keeps it); opaque otherwise
@@ -408,10 +411,12 @@ published output values and file commands (--action NAME=FILE). EFFECT is a name
 any case, or an index from `nimbo list`.
 )";
 
-constexpr const char* kDemoUsage = R"(usage: nimbo demo [--out DIR] [--size WxH] [--frames N] [--only EFFECT]... [--plugins DIR]
+constexpr const char* kDemoUsage = R"(usage: nimbo demo [--out DIR] [--size WxH] [--frames N] [--only EFFECT]... [--stills DIR2] [--plugins DIR]
 
 Renders every effect (or those named by --only) on generated media into DIR/<effect>.mp4
 and DIR/contact_sheet.png. DIR defaults to nimbo-demo; 48 frames at 320x180 by default.
+  --stills DIR2   also each effect's tile (its middle frame) as DIR2/<effect>.png; an effect
+                  that drew no picture gets none
 )";
 
 constexpr const char* kSceneUsage = R"(usage: nimbo scene FILE [--json] [--vertices] [--frame N]
@@ -445,7 +450,8 @@ usage:
   nimbo list [--json]                      the effects: index, name, category, inputs, output
   nimbo info EFFECT [--json]               inputs, settings keys, dynamic variables, sliders, outputs
   nimbo render EFFECT [-i IN]... -o OUT [options]
-  nimbo demo [--out DIR]                   every effect on generated media: clips and a contact sheet
+  nimbo demo [--out DIR] [--stills DIR2]   every effect on generated media: clips, a contact sheet
+                                           and (--stills) each effect's tile as DIR2/<effect>.png
   nimbo formula [options] TEXT             checks and evaluates a formula (`nimbo formula -h`)
   nimbo scene FILE [--json] [--vertices] [--frame N]   what a .3ds scene holds (`nimbo scene -h`)
   nimbo help [COMMAND] | --version         `nimbo COMMAND --help` (or -h) shows one command's options
@@ -464,8 +470,9 @@ render, for the effect named last:
   --then EFFECT         chain: EFFECT takes the previous output as its first input
 render, for the whole run:
   -o OUT                picture (last frame), name_%04d.png (one per frame), or video (.mp4 .mkv .mov .webm .avi)
-  --size WxH            render size (default: the first input's; 512x512 for 3DStoWAX)
-  --frames N            number of frames (default: all of the first input; 1 for a picture)
+  --size WxH            render size (default: the first input's; without inputs 640x480, 512x512 for WAX)
+  --frames N            number of frames (default: all of the first input; 1 for a picture;
+                        without inputs 1 into a picture, else 5 seconds)
   --fps F               frame rate (default: the first input's, else 25)
   --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...)
   --keep-alpha          keep the alpha byte (TIFF, .mov/.mkv/.webm; PNG always keeps it); opaque otherwise

@@ -39,6 +39,7 @@ struct DemoOptions {
   int32_t height = 180;
   int64_t frames = 48;
   std::vector<std::string> only;  // effects to render; empty = all
+  std::string stills_dir;         // --stills: each tile as DIR/<effect>.png; empty = none
 };
 
 struct FormulaOptions {

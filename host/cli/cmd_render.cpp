@@ -33,10 +33,21 @@ constexpr double kDefaultFps = 25.0;
 constexpr int32_t kSceneWidth = 640, kSceneHeight = 480;
 constexpr double kSceneKeysPerSecond = 30.0;
 constexpr int64_t kMaxSceneFrames = 100000;
-// An effect that takes no inputs at all (3DStoWAX) makes a WAX volume
-// screen, which is this size; one frame of it, unless --size and --frames
-// say otherwise.
-constexpr int32_t kVolumeSide = 512;
+// A run with neither inputs nor a scene has nothing to take its size and
+// length from: a WAX volume comes out as its 512x512 screen, any other
+// picture at 640x480; one frame into a single picture, five seconds of
+// video otherwise.
+constexpr int32_t kWaxScreenSide = 512;
+constexpr double kNoInputSeconds = 5.0;
+
+bool MakesWaxVolume(const EffectEntry& entry) {
+  return entry.short_name == "3DStoWAX" || entry.output_name.rfind("WAX", 0) == 0;
+}
+
+bool IsSinglePicture(const std::string& path) {
+  const std::string ext = ExtensionOf(path);
+  return path.find('%') == std::string::npos && IsStillImageExtension(ext);
+}
 
 // Published output values of every frame, as CSV rows streamed into the
 // pending file (in blocks, so memory stays flat however long the run).
@@ -173,11 +184,11 @@ int RunRender(const CommandLine& cl) {
 
   const std::string scene = first ? "" : LoadedScene(r.stages[0]);
   int32_t width = r.width, height = r.height;
-  const bool generator = entries[0]->inputs.empty();
-  if (width == 0 && generator) width = kVolumeSide, height = kVolumeSide;
-  if (width == 0 && !scene.empty()) width = kSceneWidth, height = kSceneHeight;
+  if (width == 0 && !first) {
+    if (MakesWaxVolume(*entries.back())) width = height = kWaxScreenSide;
+    else width = kSceneWidth, height = kSceneHeight;
+  }
   if (width == 0) {
-    if (!first) throw HostError(entries[0]->short_name + " has no input here: give --size WxH and --frames N");
     width = first->Width();
     height = first->Height();
   }
@@ -193,10 +204,9 @@ int RunRender(const CommandLine& cl) {
   if (fps == 0) fps = kDefaultFps;
 
   int64_t frames = r.frames;
-  if (frames < 0 && generator) frames = 1;
   if (frames < 0 && !scene.empty()) frames = SceneFrames(scene, fps);
+  if (frames < 0 && !first) frames = IsSinglePicture(r.output) ? 1 : std::llround(kNoInputSeconds * fps);
   if (frames < 0) {
-    if (!first) throw HostError(entries[0]->short_name + " has no input here: give --frames N (and --size WxH)");
     if (first->IsStill()) frames = 1;
     else if (IsCameraPath(r.stages[0].inputs[0])) throw HostError("a camera input needs --frames N");
   }

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "cli/bitmap_font.h"
+#include "cli/demo_volume.h"
 
 namespace nimbo::host {
 namespace {
@@ -107,7 +108,7 @@ class DemoSource final : public FrameSource {
  public:
   DemoSource(DemoMedia media, int32_t width, int32_t height, int64_t frames)
       : media_(media), width_(width), height_(height), frames_(frames) {
-    static const char* const kNames[] = {"shapes", "blue screen", "landscape", "title"};
+    static const char* const kNames[] = {"shapes", "blue screen", "landscape", "title", "WAX box", "WAX ball", "WAX torus"};
     name_ = kNames[int(media)];
   }
   const std::string& Name() const override { return name_; }
@@ -141,6 +142,9 @@ void DrawDemoFrame(DemoMedia media, FrameBuffer& out, int64_t frame, int64_t fra
     case DemoMedia::kBlueScreen: DrawBlueScreen(out, t); break;
     case DemoMedia::kLandscape: DrawLandscape(out, t); break;
     case DemoMedia::kTitle: DrawTitle(out, t); break;
+    case DemoMedia::kWaxBox: DrawDemoVolume(DemoVolume::kBox, out, t); break;
+    case DemoMedia::kWaxBall: DrawDemoVolume(DemoVolume::kBall, out, t); break;
+    case DemoMedia::kWaxTorus: DrawDemoVolume(DemoVolume::kTorus, out, t); break;
   }
 }
 

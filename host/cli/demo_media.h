@@ -5,6 +5,9 @@
 //                input of the keyer)
 //   landscape    sky, sun and hills (the keyer's background, 3D backgrounds)
 //   title        scrolling text in the built-in font (texture inputs)
+//   WAX box, ball, torus
+//                voxel volumes as WAX volume screens (demo_volume.h), for
+//                the WAX effects' volume inputs
 // Every picture is drawn straight at the size asked for, so inputs of any
 // negotiated size are sharp.
 #pragma once
@@ -17,7 +20,7 @@
 
 namespace nimbo::host {
 
-enum class DemoMedia { kShapes, kBlueScreen, kLandscape, kTitle };
+enum class DemoMedia { kShapes, kBlueScreen, kLandscape, kTitle, kWaxBox, kWaxBall, kWaxTorus };
 
 // A source of `frames` frames at 25 fps, natively width x height.
 std::unique_ptr<FrameSource> MakeDemoSource(DemoMedia media, int32_t width, int32_t height, int64_t frames);

@@ -26,18 +26,38 @@ EffectChain::~EffectChain() {
 
 EffectStage& EffectChain::Add(const EffectEntry& entry, const StageOptions& options,
                               std::vector<std::unique_ptr<FrameSource>> sources) {
+  return Add(entry, options, std::move(sources), ChainLink{});
+}
+
+EffectStage& EffectChain::Add(const EffectEntry& entry, const StageOptions& options,
+                              std::vector<std::unique_ptr<FrameSource>> sources, const ChainLink& link) {
   const bool chained = !stages_.empty();
   CheckInputCount(entry, sources.size() + (chained ? 1 : 0));
+  if (chained && (link.input < 0 || size_t(link.input) > sources.size())) {
+    throw HostError(entry.short_name + " cannot take the previous output on input " + std::to_string(link.input) +
+                    " with " + std::to_string(sources.size()) + " other input(s) given");
+  }
   auto stage = std::make_unique<EffectStage>(package_, entry, width_, height_, fps_);
   stage->Configure(options);
   std::vector<std::unique_ptr<Input>> inputs;
-  if (chained) inputs.push_back(std::make_unique<Input>());
   for (auto& source : sources) {
     inputs.push_back(std::make_unique<Input>());
     inputs.back()->source = std::move(source);
   }
+  if (chained) {
+    inputs.insert(inputs.begin() + link.input, std::make_unique<Input>());
+    const orrery::Size asked = stage->InputSize(link.input);
+    EffectStage& previous = *stages_.back();
+    if (link.previous_at_asked_size &&
+        (asked.width != previous.Output().width || asked.height != previous.Output().height)) {
+      auto again = std::make_unique<EffectStage>(package_, previous.Entry(), asked.width, asked.height, fps_);
+      again->Configure(options_.back());
+      stages_.back() = std::move(again);
+    }
+  }
   stages_.push_back(std::move(stage));
   inputs_.push_back(std::move(inputs));
+  options_.push_back(options);
   return *stages_.back();
 }
 

@@ -17,6 +17,18 @@
 
 namespace nimbo::host {
 
+// How a stage after the first takes the previous stage's output.
+struct ChainLink {
+  // The input the previous output feeds; the stage's sources fill the other
+  // inputs in order.
+  int32_t input = 0;
+  // Render the previous stage at the size this input asks for rather than
+  // scale its picture to it: for screens that carry data, not a picture (a
+  // WAX volume is 64 slices tiled into 512 x 512), which scaling destroys.
+  // The previous stage is set up again at that size when it differs.
+  bool previous_at_asked_size = false;
+};
+
 class EffectChain {
  public:
   EffectChain(const Package& package, int32_t width, int32_t height, double fps);
@@ -28,6 +40,12 @@ class EffectChain {
   // setting.
   EffectStage& Add(const EffectEntry& entry, const StageOptions& options,
                    std::vector<std::unique_ptr<FrameSource>> sources);
+  // The same with the previous output fed as `link` says (ignored for the
+  // first effect). Throws HostError when link.input is past the inputs the
+  // sources leave room for. A previous stage set up again replaces the one
+  // its Add returned.
+  EffectStage& Add(const EffectEntry& entry, const StageOptions& options,
+                   std::vector<std::unique_ptr<FrameSource>> sources, const ChainLink& link);
 
   // Renders the next frame into Output(). False when the pacing input has
   // ended (nothing rendered).
@@ -61,6 +79,7 @@ class EffectChain {
   int64_t frame_ = 0;
   std::vector<std::unique_ptr<EffectStage>> stages_;
   std::vector<std::vector<std::unique_ptr<Input>>> inputs_;  // per stage
+  std::vector<StageOptions> options_;                        // per stage, to set one up again
 };
 
 // Checks that `given` inputs suit the effect: all of them for a filter; for

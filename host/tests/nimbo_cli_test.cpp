@@ -118,6 +118,17 @@ TEST_F(NimboTest, RendersVideosAndSequencesWithTheRightSizeAndFrameCount) {
   r = Run({"render", "copy", "-i", Path("still.png"), "--frames", "4", "-o", Path("still.mp4")});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(ReadAll("still.mp4").size(), 4u);
+
+  // Without inputs: 640x480, one frame into a picture, five seconds of video.
+  r = Run({"render", "Gen", "-o", Path("alone.png")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  frames = ReadAll("alone.png");
+  ASSERT_EQ(frames.size(), 1u);
+  EXPECT_EQ(frames[0].width, 640);
+  EXPECT_EQ(frames[0].height, 480);
+  r = Run({"render", "Gen", "--size", "32x24", "--fps", "10", "-o", Path("alone.mp4")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_EQ(ReadAll("alone.mp4").size(), 50u);
 }
 
 TEST_F(NimboTest, InputSizesAreNegotiatedPerInput) {

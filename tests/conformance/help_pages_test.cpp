@@ -8,7 +8,8 @@
 // page cannot drift from the effect.
 // The pages' own links (index, stylesheet, back links) must resolve inside
 // the help folder. 3D effects are checked once their page exists (the ones
-// still without an implementation have none yet).
+// still without an implementation have none yet). Every page shows a picture
+// of its effect at work, taken from `nimbo demo`, which must decode.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -31,6 +32,11 @@
 #include "orrery/package.h"
 #include "orrery/services.h"
 #include "test_host.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+}
 
 namespace {
 
@@ -498,6 +504,76 @@ TEST(HelpPages, TheIndexLinksEveryPageAndNoLinkIsBroken) {
     }
   }
   EXPECT_GT(pages, 1);
+}
+
+// The size `nimbo demo` renders at unless told otherwise: the size of the
+// pictures the pages show.
+constexpr int kDemoWidth = 320;
+constexpr int kDemoHeight = 180;
+
+// The size of the first picture FFmpeg decodes from `path` (as the host reads
+// pictures); 0 x 0 when none decodes.
+std::pair<int, int> DecodedSize(const fs::path& path) {
+  std::pair<int, int> size{0, 0};
+  AVFormatContext* format = nullptr;
+  if (avformat_open_input(&format, path.c_str(), nullptr, nullptr) < 0) return size;
+  const AVCodec* decoder = nullptr;
+  AVCodecContext* codec = nullptr;
+  AVPacket* packet = av_packet_alloc();
+  AVFrame* frame = av_frame_alloc();
+  const int stream =
+      avformat_find_stream_info(format, nullptr) < 0 ? -1 : av_find_best_stream(format, AVMEDIA_TYPE_VIDEO, -1, -1, &decoder, 0);
+  if (stream >= 0 && packet && frame && (codec = avcodec_alloc_context3(decoder)) &&
+      avcodec_parameters_to_context(codec, format->streams[stream]->codecpar) >= 0 &&
+      avcodec_open2(codec, decoder, nullptr) >= 0) {
+    while (size.first == 0 && av_read_frame(format, packet) >= 0) {
+      const bool sent = packet->stream_index == stream && avcodec_send_packet(codec, packet) >= 0;
+      av_packet_unref(packet);
+      if (sent && avcodec_receive_frame(codec, frame) >= 0) size = {frame->width, frame->height};
+    }
+  }
+  av_frame_free(&frame);
+  av_packet_free(&packet);
+  avcodec_free_context(&codec);
+  avformat_close_input(&format);
+  return size;
+}
+
+// The value of `attribute` in the tag that starts at `tag` ("" when absent).
+std::string AttributeOf(const std::string& page, size_t tag, const std::string& attribute) {
+  const size_t end = page.find('>', tag);
+  const std::string needle = attribute + "=\"";
+  for (size_t at = page.find(needle, tag); at != std::string::npos && at < end; at = page.find(needle, at + 1)) {
+    if (!std::isspace(static_cast<unsigned char>(page[at - 1]))) continue;  // the end of another attribute's name
+    const size_t start = at + needle.size();
+    const size_t close = page.find('"', start);
+    return close == std::string::npos || close > end ? "" : page.substr(start, close - start);
+  }
+  return "";
+}
+
+TEST(HelpPages, EveryPageShowsItsEffectAtWorkInAPictureFromTheDemo) {
+  ASSERT_EQ(orrpkgGetSize(), 24);
+  for (int32_t i = 0; i < orrpkgGetSize(); ++i) {
+    std::unique_ptr<orrery::Effect> effect(orrpkgCreateNewDFXObject(i));
+    auto* base = dynamic_cast<nimbo::CEffectBase*>(effect.get());
+    ASSERT_TRUE(base && base->HelpPage()) << "effect " << i;
+    SCOPED_TRACE(effect->GetName());
+    const fs::path page_path = kHelpDir / base->HelpPage();
+    ASSERT_TRUE(fs::is_regular_file(page_path)) << page_path;
+    const std::string page = ReadFile(page_path);
+    // The picture is named after the page: LowQ.htm shows LowQ.png.
+    const std::string picture = page_path.stem().string() + ".png";
+    const size_t img = page.find("<img src=\"" + picture + "\"");
+    ASSERT_NE(img, std::string::npos) << "the page shows " << picture;
+    EXPECT_GE(AttributeOf(page, img, "alt").size(), 10u) << "the picture says in words what it shows";
+    EXPECT_EQ(AttributeOf(page, img, "width"), std::to_string(kDemoWidth));
+    EXPECT_EQ(AttributeOf(page, img, "height"), std::to_string(kDemoHeight));
+    const fs::path picture_path = page_path.parent_path() / picture;
+    ASSERT_TRUE(fs::is_regular_file(picture_path)) << picture_path;
+    EXPECT_LT(fs::file_size(picture_path), 200u * 1024u) << "pictures stay small";
+    EXPECT_EQ(DecodedSize(picture_path), std::make_pair(kDemoWidth, kDemoHeight)) << picture_path;
+  }
 }
 
 }  // namespace
