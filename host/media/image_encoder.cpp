@@ -14,10 +14,13 @@ struct ImageCodec {
   const char* encoder;
   AVPixelFormat opaque;
   AVPixelFormat alpha;  // AV_PIX_FMT_NONE: the format has no alpha
+  // PNG is the format volumes and mattes travel in between runs (a WAX
+  // volume's density is its alpha), so it keeps alpha without being asked.
+  bool always_alpha = false;
 };
 
 constexpr ImageCodec kImageCodecs[] = {
-    {"png", "png", AV_PIX_FMT_RGB24, AV_PIX_FMT_RGBA},
+    {"png", "png", AV_PIX_FMT_RGB24, AV_PIX_FMT_RGBA, true},
     {"jpg", "mjpeg", AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_NONE},
     {"jpeg", "mjpeg", AV_PIX_FMT_YUVJ444P, AV_PIX_FMT_NONE},
     {"bmp", "bmp", AV_PIX_FMT_BGR24, AV_PIX_FMT_BGRA},
@@ -35,6 +38,13 @@ const ImageCodec* FindCodec(const std::string& ext) {
   return nullptr;
 }
 
+bool HasTranslucentPixel(const FrameBuffer& picture) {
+  for (uint32_t p : picture.pixels) {
+    if ((p >> 24) != 0xFFu) return true;
+  }
+  return false;
+}
+
 }  // namespace
 
 bool CanEncodeImage(const std::string& ext) { return FindCodec(ext) != nullptr; }
@@ -50,7 +60,9 @@ std::vector<uint8_t> EncodeImage(const FrameBuffer& picture, const std::string& 
     throw HostError("cannot write " + Quoted(path) + ": ." + ext + " pictures have no alpha (use png or tiff)");
   const AVCodec* codec = avcodec_find_encoder_by_name(entry->encoder);
   if (!codec) throw HostError("cannot write " + Quoted(path) + ": FFmpeg has no " + entry->encoder + " encoder");
-  const AVPixelFormat format = keep_alpha ? entry->alpha : entry->opaque;
+  // An opaque picture is written without alpha either way: it reads back the same.
+  const bool with_alpha = keep_alpha || (entry->always_alpha && HasTranslucentPixel(picture));
+  const AVPixelFormat format = with_alpha ? entry->alpha : entry->opaque;
 
   CodecContextPtr encoder(avcodec_alloc_context3(codec));
   if (!encoder) throw std::bad_alloc();

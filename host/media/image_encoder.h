@@ -1,6 +1,7 @@
 // Encodes one host picture as a complete image file (PNG, JPEG, BMP, TIFF,
-// TGA, PPM) through FFmpeg's encoders. PNG is lossless both ways: RGBA when
-// the alpha byte is kept, RGB otherwise.
+// TGA, PPM) through FFmpeg's encoders. PNG is lossless both ways and keeps
+// alpha always: RGBA when some pixel is not opaque (or alpha is asked for),
+// RGB otherwise. The other types are opaque unless keep_alpha.
 #pragma once
 
 #include <cstdint>

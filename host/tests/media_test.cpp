@@ -46,7 +46,7 @@ class MediaTest : public ScratchFolderTest {
   }
 };
 
-TEST_F(MediaTest, RgbaPngRoundTripIsExactAndOpaqueOutputSetsAlpha255) {
+TEST_F(MediaTest, PngKeepsAlphaExactlyAndAnOpaqueOutputSetsAlpha255) {
   const FrameBuffer picture = Noise(37, 23, 1);  // odd sizes catch stride mistakes
   Write(Path("a.png"), {picture}, true);
   auto in = OpenMedia(Path("a.png"));
@@ -59,8 +59,12 @@ TEST_F(MediaTest, RgbaPngRoundTripIsExactAndOpaqueOutputSetsAlpha255) {
   EXPECT_EQ(back.pixels, picture.pixels);
   EXPECT_FALSE(in->ReadFrame(back, 37, 23));
 
+  // PNG keeps alpha without being asked; TIFF is opaque unless asked.
   Write(Path("b.png"), {picture}, false);
-  auto opaque = OpenMedia(Path("b.png"));
+  ASSERT_TRUE(OpenMedia(Path("b.png"))->ReadFrame(back, 37, 23));
+  EXPECT_EQ(back.pixels, picture.pixels);
+  Write(Path("b.tif"), {picture}, false);
+  auto opaque = OpenMedia(Path("b.tif"));
   ASSERT_TRUE(opaque->ReadFrame(back, 37, 23));
   for (size_t i = 0; i < back.pixels.size(); ++i) {
     ASSERT_EQ(back.pixels[i], picture.pixels[i] | 0xFF000000u) << i;

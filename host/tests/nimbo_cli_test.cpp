@@ -85,9 +85,12 @@ TEST_F(NimboTest, PassThroughReproducesThePictureExactly) {
   RunResult r = Run({"render", "nimbo one\\COPY", "-i", Path("in.png"), "-o", Path("out.png"), "--keep-alpha"});
   ASSERT_EQ(r.code, 0) << r.err;
   EXPECT_EQ(ReadAll("out.png").at(0).pixels, picture.pixels);
-  r = Run({"render", "0", "-i", Path("in.png"), "-o", Path("opaque.png")});
+  r = Run({"render", "0", "-i", Path("in.png"), "-o", Path("kept.png")});
   ASSERT_EQ(r.code, 0) << r.err;
-  const FrameBuffer opaque = ReadAll("opaque.png").at(0);
+  EXPECT_EQ(ReadAll("kept.png").at(0).pixels, picture.pixels);  // PNG always keeps alpha
+  r = Run({"render", "0", "-i", Path("in.png"), "-o", Path("opaque.tif")});
+  ASSERT_EQ(r.code, 0) << r.err;
+  const FrameBuffer opaque = ReadAll("opaque.tif").at(0);
   for (size_t i = 0; i < picture.pixels.size(); ++i) ASSERT_EQ(opaque.pixels[i], picture.pixels[i] | 0xFF000000u);
   EXPECT_TRUE(r.err.empty()) << r.err;  // quiet when not on a terminal
 }

@@ -105,6 +105,9 @@ TEST_F(NimboTest, SetTakesIndexedKeysWithinTheCountGivenEarlierAndRefusesTheRest
       {{"n_morphs=3", "morph2line0_l1_p1_x=1"}, "its count \"morph2n_lines\" = 0"},
       {{"morph0n_lines=2", "morph0line1_l2_p2_y=inf"}, "\"morph0line1_l2_p2_y\" takes a finite number"},
       {{"morph0n_lines=1001"}, "\"morph0n_lines\" takes values in 0 .. 1000"},
+      // A line count set after its line keys comes too late for them.
+      {{"n_morphs=2", "morph1line0_l2_p1_x=4", "morph1n_lines=1"}, "its count \"morph1n_lines\" = 0"},
+      {{"n_morphs=2", "morph1n_lines=2", "morph1line2_l1_p1_y=4"}, "index 2 of \"morph1line2_l1_p1_y\""},
   };
   for (const Case& c : cases) {
     const bool keyer = std::string(c.sets[0]).find("alphamap") != std::string::npos;

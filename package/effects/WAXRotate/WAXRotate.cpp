@@ -73,9 +73,13 @@ class CWAXRotateDfx final : public CEffectBase {
     std::lock_guard lock(lock_);
     if (!OutputSizeKnown() || !output) return 0;
     if (output->width != wax::kScreenSide || output->height != wax::kScreenSide) return 0;
-    input_.ReadFrom(inputs.Get(0));  // anything but a WAX screen reads as empty
-    const wax::SourceMap map = wax::RotationMap(*values_[0], *values_[1], *values_[2], *values_[3]);
-    wax::Resample(input_, map, &output_);
+    // Anything but a WAX screen reads as empty, and turns into empty at once.
+    if (input_.ReadFrom(inputs.Get(0))) {
+      const wax::SourceMap map = wax::RotationMap(*values_[0], *values_[1], *values_[2], *values_[3]);
+      wax::Resample(input_, map, &output_);
+    } else {
+      output_.Clear();
+    }
     return output_.WriteTo(output) ? 1 : 0;
   }
 
