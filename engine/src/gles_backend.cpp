@@ -292,8 +292,9 @@ void GlesBackend::WarmUp() {
   std::string ignored;
   if (!SetTarget(4, 4, &ignored)) return;
   const uint32_t texels[4] = {0xFF102030u, 0xFF405060u, 0xFF708090u, 0xFFA0B0C0u};
-  const uint32_t picture = CreateTexture(2, 2, true, false, texels, 2);  // as an input screen
-  const uint32_t material = CreateTexture(2, 2, false, false, texels, 2);
+  // Input screens and most material layers are RGB; layers with alpha RGBA.
+  const uint32_t rgb = CreateTexture(2, 2, true, false, texels, 2);
+  const uint32_t rgba = CreateTexture(2, 2, false, false, texels, 2);
   const float vertices[30] = {-1, -1, 0, 0, 0, 1, 0, 0, 0, 0,  //
                               1,  -1, 0, 0, 0, 1, 1, 0, 1, 0,  //
                               0,  1,  0, 0, 0, 1, 0, 1, 0, 1};
@@ -306,18 +307,21 @@ void GlesBackend::WarmUp() {
   for (int i : {0, 5, 10, 15}) call.mvp[i] = call.model[i] = 1.0f;
   const float clear[4] = {0, 0, 0, 1};
   Clear(clear);
-  call.texture = picture;
+  call.texture = rgb;
   call.depth_test = call.cull_back = false;
-  Draw(call);
-  call.texture = material;
+  Draw(call);  // a quad
   call.depth_test = call.cull_back = true;
-  Draw(call);
+  for (uint32_t texture : {rgb, rgba}) {
+    call.texture = texture;
+    Draw(call);  // a mesh
+  }
+  call.texture = rgb;
   call.lit = 1;
   Draw(call);
   uint32_t pixels[16];
   ReadPixels(pixels, &ignored);
-  if (picture) DeleteTexture(picture);
-  if (material) DeleteTexture(material);
+  if (rgb) DeleteTexture(rgb);
+  if (rgba) DeleteTexture(rgba);
   DestroyTarget();
   while (glGetError() != GL_NO_ERROR) {
   }
