@@ -194,7 +194,6 @@ bool GlesBackend::Open(std::string* error) {
         open_error_ = "eglMakeCurrent failed";
       } else {
         open_ok_ = CreateGlObjects(&open_error_);
-        if (open_ok_) WarmUp();
         Unbind();
       }
     }
@@ -280,51 +279,6 @@ bool GlesBackend::CreateGlObjects(std::string* error) {
     return false;
   }
   return true;
-}
-
-void GlesBackend::WarmUp() {
-  // A software renderer turns each combination of program and state into
-  // machine code at its first draw, and the first of all also starts its
-  // code generator: tens of milliseconds that would otherwise land in an
-  // effect's first frame. One small frame here, with the states the effects
-  // draw with (a screen-wide picture quad, a textured mesh with depth and
-  // culling, a lit one, the read back), moves that into the device's start.
-  std::string ignored;
-  if (!SetTarget(4, 4, &ignored)) return;
-  const uint32_t texels[4] = {0xFF102030u, 0xFF405060u, 0xFF708090u, 0xFFA0B0C0u};
-  // Input screens and most material layers are RGB; layers with alpha RGBA.
-  const uint32_t rgb = CreateTexture(2, 2, true, false, texels, 2);
-  const uint32_t rgba = CreateTexture(2, 2, false, false, texels, 2);
-  const float vertices[30] = {-1, -1, 0, 0, 0, 1, 0, 0, 0, 0,  //
-                              1,  -1, 0, 0, 0, 1, 1, 0, 1, 0,  //
-                              0,  1,  0, 0, 0, 1, 0, 1, 0, 1};
-  const uint32_t indices[3] = {0, 1, 2};
-  DrawCall call;
-  call.vertices = vertices;
-  call.vertex_count = 3;
-  call.indices = indices;
-  call.index_count = 3;
-  for (int i : {0, 5, 10, 15}) call.mvp[i] = call.model[i] = 1.0f;
-  const float clear[4] = {0, 0, 0, 1};
-  Clear(clear);
-  call.texture = rgb;
-  call.depth_test = call.cull_back = false;
-  Draw(call);  // a quad
-  call.depth_test = call.cull_back = true;
-  for (uint32_t texture : {rgb, rgba}) {
-    call.texture = texture;
-    Draw(call);  // a mesh
-  }
-  call.texture = rgb;
-  call.lit = 1;
-  Draw(call);
-  uint32_t pixels[16];
-  ReadPixels(pixels, &ignored);
-  if (rgb) DeleteTexture(rgb);
-  if (rgba) DeleteTexture(rgba);
-  DestroyTarget();
-  while (glGetError() != GL_NO_ERROR) {
-  }
 }
 
 bool GlesBackend::BuildProgram(bool full, Program* program, std::string* error) {

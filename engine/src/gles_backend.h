@@ -46,8 +46,6 @@ class GlesBackend final : public RenderBackend {
   bool CreateContext(std::string* error);
   bool CreateGlObjects(std::string* error);
   void DestroyTarget();
-  // Draws one throwaway frame so the device's first-draw work is done now.
-  void WarmUp();
 
   bool want_bgra_read_;
   bool opened_ = false;
