@@ -3,10 +3,14 @@
 // and the frames rendered before timing starts.
 #pragma once
 
+#include <benchmark/benchmark.h>
+
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "core/registry.h"
 #include "orrery/effect.h"
@@ -36,6 +40,17 @@ inline constexpr int kWarmUpFrames = 10;
 template <class RenderFrame>
 void WarmUp(RenderFrame render_frame, int frames = kWarmUpFrames) {
   for (int i = 0; i < frames; ++i) render_frame();
+}
+
+// The reference the effect benchmarks time beside their frames, so their
+// figures read as ratios on a shared machine: one copy of a width x height
+// frame of 32-bit pixels.
+inline void CopyFrames(benchmark::State& state, int32_t width, int32_t height) {
+  std::vector<uint32_t> a(size_t(width) * size_t(height), 0x01020304u), b(a.size());
+  for (auto _ : state) {
+    std::memcpy(b.data(), a.data(), a.size() * 4);
+    benchmark::ClobberMemory();
+  }
 }
 
 }  // namespace nimbo::bench

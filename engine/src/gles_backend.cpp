@@ -8,6 +8,7 @@
 #include <mutex>
 #include <vector>
 
+#include "heap_reuse.h"
 #include "pixel_swizzle.h"
 
 #ifndef GL_BGRA_EXT
@@ -184,6 +185,8 @@ GlesBackend::~GlesBackend() {
 bool GlesBackend::Open(std::string* error) {
   if (!opened_) {
     opened_ = true;
+    // Before the driver allocates anything: see heap_reuse.h.
+    KeepFreedHeapForReuse();
     open_ok_ = CreateContext(&open_error_);
     if (open_ok_) {
       open_ok_ = Bind();
