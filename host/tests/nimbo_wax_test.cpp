@@ -219,8 +219,10 @@ TEST_F(NimboWax, CubeAndSphereFillTheirVolumesAndTheDensitySurvivesPngBothWays) 
   EXPECT_EQ(Voxels("union.png"), sphere);
   WritePicture("black.png", FrameBuffer(96, 64, 0xFF000000u));
   Nimbo({"render", "WAXViewer", "-i", Path("black.png"), "-i", Path("sphere.png"), "-o", Path("view.png")});
+  const std::vector<FrameBuffer> view = ReadAll("view.png");
+  ASSERT_EQ(view.size(), 1u);
   size_t lit = 0;
-  for (uint32_t p : ReadAll("view.png").at(0).pixels) lit += (p & 0xFFFFFFu) != 0;
+  for (uint32_t p : view[0].pixels) lit += (p & 0xFFFFFFu) != 0;
   EXPECT_GT(lit, 96u * 64 / 10);
 }
 
