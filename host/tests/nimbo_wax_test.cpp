@@ -8,6 +8,7 @@
 #include <lib3ds/matrix.h>
 #include <lib3ds/mesh.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -224,6 +225,38 @@ TEST_F(NimboWax, CubeAndSphereFillTheirVolumesAndTheDensitySurvivesPngBothWays) 
   size_t lit = 0;
   for (uint32_t p : view[0].pixels) lit += (p & 0xFFFFFFu) != 0;
   EXPECT_GT(lit, 96u * 64 / 10);
+}
+
+// WAXViewer in the voxels' colours: where a red half meets a blue half the
+// surface shows red, blue or their mix (lit, with white highlights), never
+// an unrelated colour of the palette in between.
+TEST_F(NimboWax, AColourBoundaryShowsOnlyItsTwoColoursAndTheirMix) {
+  FrameBuffer volume(512, 512, 0u);
+  for (int z = 0; z < 64; ++z)
+    for (int y = 0; y < 64; ++y)
+      for (int x = 0; x < 64; ++x) {
+        const double d = std::sqrt((x - 31.5) * (x - 31.5) + (y - 31.5) * (y - 31.5) + (z - 31.5) * (z - 31.5));
+        const double a = std::clamp(22.5 - d, 0.0, 1.0);
+        if (a <= 0) continue;
+        const size_t at = size_t((z / 8) * 64 + y) * 512 + size_t((z % 8) * 64 + x);
+        volume.pixels[at] = uint32_t(std::lround(a * 255)) << 24 | (x < 32 ? 0xFF0000u : 0x0000FFu);
+      }
+  WritePicture("halves.png", volume);
+  WritePicture("black640.png", FrameBuffer(640, 480, 0xFF000000u));
+  Nimbo({"render", "WAXViewer", "-i", Path("black640.png"), "-i", Path("halves.png"), "--dyn", "Spin speed=0", "-o",
+         Path("halves_view.png")});
+  const std::vector<FrameBuffer> view = ReadAll("halves_view.png");
+  ASSERT_EQ(view.size(), 1u);
+  size_t red = 0, blue = 0, stray = 0;
+  for (uint32_t p : view[0].pixels) {
+    const uint32_t r = (p >> 16) & 0xFF, g = (p >> 8) & 0xFF, b = p & 0xFF;
+    stray += g > std::min(r, b) + 8;
+    red += r > 60 && r > 2 * b;
+    blue += b > 60 && b > 2 * r;
+  }
+  EXPECT_EQ(stray, 0u);
+  EXPECT_GT(red, 2000u);
+  EXPECT_GT(blue, 2000u);
 }
 
 TEST_F(NimboWax, MeshesThatAreNotClosedGiveAVolumeOrNoneAsTheHelpPageSays) {
