@@ -1,7 +1,7 @@
 #include "formula/user_variables.h"
+#include "formula/text.h"
 
 #include <algorithm>
-#include <cctype>
 
 namespace nimbo::formula {
 namespace {
@@ -11,14 +11,6 @@ constexpr const char* kReserved[] = {"t",     "imax", "jmax", "pi",   "screenw",
                                      "exp",   "ln",   "abs",  "floor", "ceil",   "sign",    "max",
                                      "min",   "mod",  "rand", "range", "hmap"};
 
-char Lower(char c) { return char(std::tolower(static_cast<unsigned char>(c))); }
-
-bool EqualIgnoringCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t k = 0; k < a.size(); ++k)
-    if (Lower(a[k]) != Lower(b[k])) return false;
-  return true;
-}
 
 }  // namespace
 
@@ -39,7 +31,7 @@ std::string NormalizeUserVariableName(Dialect dialect, std::string_view typed) {
 bool IsReservedName(Dialect dialect, std::string_view name) {
   for (const char* reserved : kReserved) {
     if (dialect == Dialect::kProgram && std::string_view(reserved) == "hmap") continue;
-    if (EqualIgnoringCase(name, reserved)) return true;
+    if (SameIgnoringCase(name, reserved)) return true;
   }
   return false;
 }

@@ -6,10 +6,13 @@
 #include <vector>
 
 #include "formula/user_variables.h"
+#include "formula/text.h"
 #include "shared/whole_file.h"
 
 namespace nimbo::e3d {
 namespace {
+
+using formula::SameIgnoringCase;
 
 // Longest description text kept.
 constexpr size_t kMaxInfoLength = 4096;
@@ -39,15 +42,6 @@ std::vector<Record> SplitRecords(std::string_view bytes) {
     at = value_end;
   }
   return records;
-}
-
-bool SameIgnoringCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t k = 0; k < a.size(); ++k) {
-    auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; };
-    if (lower(a[k]) != lower(b[k])) return false;
-  }
-  return true;
 }
 
 class Reader {

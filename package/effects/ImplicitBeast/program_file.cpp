@@ -5,10 +5,13 @@
 #include <cstdlib>
 #include <vector>
 
+#include "formula/text.h"
 #include "shared/whole_file.h"
 
 namespace nimbo::implicit {
 namespace {
+
+using formula::SameIgnoringCase;
 
 constexpr const char* kHeaders[kProgramCount] = {nullptr, "[texture]", "[normal]"};
 constexpr const char* kVariablesHeader = "[variables]";
@@ -17,15 +20,6 @@ std::string_view Trim(std::string_view s) {
   while (!s.empty() && (s.front() == ' ' || s.front() == '\t' || s.front() == '\r')) s.remove_prefix(1);
   while (!s.empty() && (s.back() == ' ' || s.back() == '\t' || s.back() == '\r')) s.remove_suffix(1);
   return s;
-}
-
-bool SameIgnoringCase(std::string_view a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t k = 0; k < a.size(); ++k) {
-    auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; };
-    if (lower(a[k]) != lower(b[k])) return false;
-  }
-  return true;
 }
 
 // Splits at blanks and tabs.

@@ -17,6 +17,17 @@ inline bool IsDigit(uint32_t c) { return c >= '0' && c <= '9'; }
 inline bool IsWordChar(uint32_t c) { return IsLetter(c) || IsDigit(c) || c == '_'; }
 inline bool IsBlank(uint32_t c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
+// Equal when the bytes match with ASCII letters compared regardless of case
+// (names and file keys are read this way).
+inline bool SameIgnoringCase(std::string_view a, std::string_view b) {
+  if (a.size() != b.size()) return false;
+  for (size_t k = 0; k < a.size(); ++k) {
+    const auto lower = [](char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; };
+    if (lower(a[k]) != lower(b[k])) return false;
+  }
+  return true;
+}
+
 // Bytes widened to codes, up to the first zero byte.
 Text Widen(std::string_view bytes);
 
