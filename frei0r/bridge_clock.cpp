@@ -23,8 +23,11 @@ constexpr double kMaxFrame = 1e15;
 HostClock::Tick HostClock::Advance(double time) {
   Tick tick;
   if (!(std::fabs(time) <= kMaxTime)) {
-    // No usable time: count frames at an assumed 25 a second.
-    time = started_ ? last_ + (period_ > 0 ? period_ : (milliseconds_ ? 40.0 : 0.04)) : 0.0;
+    // No usable time. With a known period the frame counts on by one;
+    // before that it teaches nothing (a guessed step would fix the unit and
+    // the period wrongly for the whole run): the clock holds.
+    if (period_ == 0) return last_tick_;
+    time = last_ + period_;
   }
   if (started_) {
     const double step = time - last_;
@@ -33,6 +36,9 @@ HostClock::Tick HostClock::Advance(double time) {
     } else if (period_ == 0) {
       period_ = step;
       milliseconds_ = step >= 1.0;
+      // The first frame's time was read as seconds; in milliseconds the
+      // effect's clock would run back (or leap) here, so it starts over.
+      tick.jumped = milliseconds_ && last_ != 0;
     } else if (step > kJumpPeriods * period_) {
       tick.jumped = true;
     }
@@ -45,6 +51,8 @@ HostClock::Tick HostClock::Advance(double time) {
   if (period_seconds > 0) {
     tick.frame = int64_t(std::llround(std::clamp(tick.seconds / period_seconds, -kMaxFrame, kMaxFrame)));
   }
+  last_tick_ = tick;
+  last_tick_.jumped = false;
   return tick;
 }
 

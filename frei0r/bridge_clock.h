@@ -6,7 +6,9 @@
 // would be a slide show; less than a millisecond would be over 1000 frames a
 // second), and the period also tells a seek from the next frame: a time that
 // goes back, repeats, or leaps forward by more than 2.5 periods is a jump,
-// after which the effect's history starts over.
+// after which the effect's history starts over. So is the second frame of a
+// run in milliseconds that did not start at 0: its first time was read as
+// seconds, and the effect's clock must never run back.
 #pragma once
 
 #include <cstdint>
@@ -31,6 +33,7 @@ class HostClock {
   double last_ = 0;
   double period_ = 0;  // in the host's unit; 0 until two frames were seen
   bool milliseconds_ = false;
+  Tick last_tick_;  // what a time that teaches nothing repeats
 };
 
 }  // namespace nimbo::frei0r
