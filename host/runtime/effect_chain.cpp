@@ -46,19 +46,27 @@ EffectStage& EffectChain::Add(const EffectEntry& entry, const StageOptions& opti
   }
   if (chained) {
     inputs.insert(inputs.begin() + link.input, std::make_unique<Input>());
-    const orrery::Size asked = stage->InputSize(link.input);
-    EffectStage& previous = *stages_.back();
-    if (link.previous_at_asked_size &&
-        (asked.width != previous.Output().width || asked.height != previous.Output().height)) {
-      auto again = std::make_unique<EffectStage>(package_, previous.Entry(), asked.width, asked.height, fps_);
-      again->Configure(options_.back());
-      stages_.back() = std::move(again);
-    }
+    if (link.previous_at_asked_size) SetUpAtAskedSize(stages_.size() - 1, stage->InputSize(link.input));
   }
   stages_.push_back(std::move(stage));
   inputs_.push_back(std::move(inputs));
   options_.push_back(options);
+  links_.push_back(chained ? link : ChainLink{});
   return *stages_.back();
+}
+
+void EffectChain::SetUpAtAskedSize(size_t k, orrery::Size asked) {
+  for (;;) {
+    const EffectStage& stage = *stages_[k];
+    if (asked.width == stage.Output().width && asked.height == stage.Output().height) return;
+    auto again = std::make_unique<EffectStage>(package_, stage.Entry(), asked.width, asked.height, fps_);
+    again->Configure(options_[k]);
+    stages_[k] = std::move(again);
+    // At its new size the stage may ask its own input at another size too.
+    if (k == 0 || !links_[k].previous_at_asked_size) return;
+    asked = stages_[k]->InputSize(links_[k].input);
+    --k;
+  }
 }
 
 bool EffectChain::HasPacingInput() const {

@@ -25,7 +25,8 @@ struct ChainLink {
   // Render the previous stage at the size this input asks for rather than
   // scale its picture to it: for screens that carry data, not a picture (a
   // WAX volume is 64 slices tiled into 512 x 512), which scaling destroys.
-  // The previous stage is set up again at that size when it differs.
+  // The previous stage is set up again at that size when it differs (and,
+  // where its own link says the same, the stage before it, and so on).
   bool previous_at_asked_size = false;
 };
 
@@ -69,6 +70,9 @@ class EffectChain {
     bool ended = false;
     bool have = false;
   };
+  // Sets stage `k` up again at `asked` where its output differs, and each
+  // stage before it whose link asks the same, back along the chain.
+  void SetUpAtAskedSize(size_t k, orrery::Size asked);
   // Fetches input `i` of stage `k`; false when the pacing input ended.
   bool Fetch(size_t k, size_t i, const FrameBuffer** out);
 
@@ -80,6 +84,7 @@ class EffectChain {
   std::vector<std::unique_ptr<EffectStage>> stages_;
   std::vector<std::vector<std::unique_ptr<Input>>> inputs_;  // per stage
   std::vector<StageOptions> options_;                        // per stage, to set one up again
+  std::vector<ChainLink> links_;                             // per stage, how it takes the one before
 };
 
 // Checks that `given` inputs suit the effect: all of them for a filter; for
