@@ -205,7 +205,9 @@ int RunRender(const CommandLine& cl) {
 
   int64_t frames = r.frames;
   if (frames < 0 && !scene.empty()) frames = SceneFrames(scene, fps);
-  if (frames < 0 && !first) frames = IsSinglePicture(r.output) ? 1 : std::llround(kNoInputSeconds * fps);
+  // At the slowest rates five seconds are less than a frame: one is drawn.
+  if (frames < 0 && !first)
+    frames = IsSinglePicture(r.output) ? 1 : std::max<int64_t>(1, std::llround(kNoInputSeconds * fps));
   if (frames < 0) {
     if (first->IsStill()) frames = 1;
     else if (IsCameraPath(r.stages[0].inputs[0])) throw HostError("a camera input needs --frames N");
