@@ -36,17 +36,21 @@ HostClock::Tick HostClock::Advance(double time) {
     } else if (period_ == 0) {
       period_ = step;
       milliseconds_ = step >= 1.0;
-      // The first frame's time was read as seconds; in milliseconds the
-      // effect's clock would run back (or leap) here, so it starts over.
-      tick.jumped = milliseconds_ && last_ != 0;
     } else if (step > kJumpPeriods * period_) {
       tick.jumped = true;
     }
   }
+  // Until the period tells the unit, times are taken for milliseconds:
+  // ffmpeg's first frame then gets its exact clock, whatever its stream's
+  // start, and a seconds host's clock can only leap forward at its second
+  // frame, except from a time before 0.
+  const bool in_ms = period_ > 0 ? milliseconds_ : true;
+  tick.seconds = in_ms ? time / 1000.0 : time;
+  tick.ms = int64_t(std::floor(tick.seconds * 1000.0 + kMsSlack));
+  // The effect's clock never runs back without the effect starting over.
+  if (started_ && tick.ms < last_tick_.ms) tick.jumped = true;
   started_ = true;
   last_ = time;
-  tick.seconds = milliseconds_ ? time / 1000.0 : time;
-  tick.ms = int64_t(std::floor(tick.seconds * 1000.0 + kMsSlack));
   const double period_seconds = milliseconds_ ? period_ / 1000.0 : period_;
   if (period_seconds > 0) {
     tick.frame = int64_t(std::llround(std::clamp(tick.seconds / period_seconds, -kMaxFrame, kMaxFrame)));

@@ -6,9 +6,10 @@
 // would be a slide show; less than a millisecond would be over 1000 frames a
 // second), and the period also tells a seek from the next frame: a time that
 // goes back, repeats, or leaps forward by more than 2.5 periods is a jump,
-// after which the effect's history starts over. So is the second frame of a
-// run in milliseconds that did not start at 0: its first time was read as
-// seconds, and the effect's clock must never run back.
+// after which the effect's history starts over. The effect's clock never
+// runs back without such a start: the first frame's time, before the unit
+// is known, is taken for milliseconds, and a seconds host whose times begin
+// before 0 starts over at its second frame.
 #pragma once
 
 #include <cstdint>
