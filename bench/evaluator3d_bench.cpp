@@ -43,36 +43,35 @@ FormulaSet BenchSet() {
 void BM_FrameCopy640x480(benchmark::State& state) { nimbo::bench::CopyFrames(state, kWidth, kHeight); }
 BENCHMARK(BM_FrameCopy640x480)->Unit(benchmark::kMillisecond);
 
-void BM_FormulaPass256(benchmark::State& state) {
-  const FormulaSet set = BenchSet();
-  const CompiledSet compiled = Recompile(set);
+// The formula pass frame after frame: the frame's variables, the camera
+// formulas, then the grid through `evaluate(grid)`.
+template <class Evaluate>
+void FormulaPass(benchmark::State& state, const FormulaSet& set, const CompiledSet& compiled, Evaluate evaluate) {
   if (compiled.first_error >= 0) return state.SkipWithError("the set does not compile");
-  GridEvaluator evaluator;
-  evaluator.Prepare(set, compiled);
   GridValues grid;
   float t = 0;
   for (auto _ : state) {
     SetFrameVariables(set, {t += 0.04f, kWidth, kHeight, {}});
     EvaluateCamera(compiled);
-    evaluator.Evaluate({}, grid);
+    evaluate(grid);
     benchmark::DoNotOptimize(grid.y.data());
   }
   state.SetItemsProcessed(state.iterations() * kGrid * kGrid);
+}
+
+void BM_FormulaPass256(benchmark::State& state) {
+  const FormulaSet set = BenchSet();
+  const CompiledSet compiled = Recompile(set);
+  GridEvaluator evaluator;
+  evaluator.Prepare(set, compiled);
+  FormulaPass(state, set, compiled, [&](GridValues& grid) { evaluator.Evaluate({}, grid); });
 }
 BENCHMARK(BM_FormulaPass256)->Unit(benchmark::kMillisecond);
 
 void BM_FormulaPass256OnePoint(benchmark::State& state) {
   const FormulaSet set = BenchSet();
   const CompiledSet compiled = Recompile(set);
-  GridValues grid;
-  float t = 0;
-  for (auto _ : state) {
-    SetFrameVariables(set, {t += 0.04f, kWidth, kHeight, {}});
-    EvaluateCamera(compiled);
-    EvaluateGridOnePoint(set, compiled, {}, grid);
-    benchmark::DoNotOptimize(grid.y.data());
-  }
-  state.SetItemsProcessed(state.iterations() * kGrid * kGrid);
+  FormulaPass(state, set, compiled, [&](GridValues& grid) { EvaluateGridOnePoint(set, compiled, {}, grid); });
 }
 BENCHMARK(BM_FormulaPass256OnePoint)->Unit(benchmark::kMillisecond);
 
