@@ -370,29 +370,20 @@ uint32_t GlesBackend::CreateTexture(int32_t width, int32_t height, bool rgb_only
   glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_REPEAT);
   glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_REPEAT);
   ApplyFilter(nearest);
-  glPixelStorei(GL_UNPACK_ROW_LENGTH, pixels ? stride : 0);
+  std::vector<uint32_t> black;
+  if (!pixels) {
+    black.assign(size_t(width) * size_t(height), 0);
+    pixels = black.data();
+    stride = width;
+  }
+  glPixelStorei(GL_UNPACK_ROW_LENGTH, stride);
   glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA8, width, height, 0, GL_RGBA, GL_UNSIGNED_BYTE, pixels);
   glPixelStorei(GL_UNPACK_ROW_LENGTH, 0);
-  // Without pixels the texture starts transparent black. The device clears
-  // it: a zeroed copy on the CPU first (a 1024x512 background is 2 MiB of
-  // fresh pages) made up half of a 3D effect's first frame.
-  if (!pixels) ClearTexture(texture);
   if (glGetError() != GL_NO_ERROR) {
     glDeleteTextures(1, &texture);
     return 0;
   }
   return texture;
-}
-
-void GlesBackend::ClearTexture(uint32_t texture) {
-  GLuint scratch = 0;
-  glGenFramebuffers(1, &scratch);
-  glBindFramebuffer(GL_FRAMEBUFFER, scratch);
-  glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture, 0);
-  glClearColor(0.0f, 0.0f, 0.0f, 0.0f);
-  glClear(GL_COLOR_BUFFER_BIT);
-  glBindFramebuffer(GL_FRAMEBUFFER, framebuffer_);
-  glDeleteFramebuffers(1, &scratch);
 }
 
 void GlesBackend::UpdateTexture(uint32_t texture, int32_t x, int32_t y, int32_t width, int32_t height,

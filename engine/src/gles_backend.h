@@ -46,8 +46,6 @@ class GlesBackend final : public RenderBackend {
   bool CreateContext(std::string* error);
   bool CreateGlObjects(std::string* error);
   void DestroyTarget();
-  // Fills `texture` with transparent black through a scratch framebuffer.
-  void ClearTexture(uint32_t texture);
 
   bool want_bgra_read_;
   bool opened_ = false;

@@ -84,23 +84,6 @@ TEST(GlesRenderTest, NearestQuadCopiesPixelsExactlyTopRowFirst) {
   EXPECT_EQ(wrong, 0) << "every output pixel is its 10x10 block's input pixel, alpha included";
 }
 
-TEST(GlesRenderTest, ATextureMadeInsideAFrameWithoutPixelsIsTransparentBlackAndSparesTheFrame) {
-  // Scenes make their background texture after Begin: clearing the new
-  // texture must not touch the frame's own picture.
-  const uint32_t kBackground = 0xFF0000FFu;
-  auto engine = MakeEngine(64, 48, kBackground);
-  nimbo::testing::OwnedScreen out(64, 48);
-  ASSERT_EQ(engine->Begin(), 1);
-  ASSERT_EQ(engine->CreateTexture("blank", {128, 64, nb3D::kFormatRgba, nb3D::kFilterNearest, nullptr, 0}), 1);
-  ASSERT_EQ(engine->DrawQuad({-32, -24, 0, 24, 0, 0, 0, 0, "blank", 0, 0}), 1);  // the left half
-  ASSERT_EQ(engine->Present(&out.screen), 1);
-  engine->End();
-  int wrong = 0;
-  for (int32_t y = 0; y < 48; ++y)
-    for (int32_t x = 0; x < 64; ++x) wrong += out.At(x, y) != (x < 32 ? 0u : kBackground);
-  EXPECT_EQ(wrong, 0) << "left half transparent black, right half the background";
-}
-
 TEST(GlesRenderTest, OrientationCullingDepthBlendingAndLightOnBothReadPaths) {
   const uint32_t kBackground = 0x80102030u;
   const Square all(-20, -20, 20, 20), top(-20, 0, 20, 20), back(-20, -20, 20, 20, 0, true);
