@@ -90,6 +90,10 @@ double ProcessCpuMs() {
 // frame (opening the font, the glyph meshes, the software renderer's code
 // for the first draws). Run it alone (--benchmark_filter=ProcessFirst) in
 // a fresh process: later runs in the same process find everything loaded.
+// The renderer's code for the first draws comes partly from Mesa's shader
+// cache on disk: with an empty cache (a fresh machine, or
+// MESA_SHADER_CACHE_DISABLE=true) the first frame takes about three times
+// as long, almost all of it in LLVM.
 void BM_ProcessFirstFrame640x480(benchmark::State& state) {
   using Clock = std::chrono::steady_clock;
   auto ms_since = [](Clock::time_point t0) { return std::chrono::duration<double, std::milli>(Clock::now() - t0).count(); };
