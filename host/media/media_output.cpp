@@ -18,9 +18,9 @@ extern "C" {
 namespace nimbo::host {
 namespace {
 
-// x264's thread count, fixed so that its output does not depend on the
-// machine (see the VideoOutput constructor).
-constexpr int kX264Threads = 8;
+// The video encoders' thread count, fixed so that their output does not
+// depend on the machine (see the VideoOutput constructor).
+constexpr int kEncoderThreads = 8;
 
 constexpr const char* kOutputKinds =
     "pictures (.png .jpg .bmp .tif .tga .ppm), image sequences (name_%04d.png) and videos (.mp4 .mkv .mov "
@@ -213,12 +213,12 @@ VideoOutput::VideoOutput(const std::string& path, int32_t width, int32_t height,
   encoder_->pix_fmt = pix_fmt_;
   encoder_->time_base = av_inv_q(rate);
   encoder_->framerate = rate;
-  // x264's decisions depend on its thread count, and "automatic" counts
-  // the processors this process may use (a taskset or a container changes
-  // it), so a fixed count keeps the file the same wherever it is made.
-  // Eight keeps a large machine busy and costs nothing measurable on two
-  // cores; VP9's output does not depend on its threads.
-  encoder_->thread_count = std::string(codec_->name) == "libx264" ? kX264Threads : 0;
+  // x264's decisions and MPEG-4's slices depend on the thread count, and
+  // "automatic" counts the processors this process may use (a taskset or a
+  // container changes it), so a fixed count keeps the file the same
+  // wherever it is made. Eight keeps a large machine busy and costs nothing
+  // measurable on two cores.
+  encoder_->thread_count = kEncoderThreads;
   encoder_->sample_aspect_ratio = {1, 1};
   if (pix_fmt_ != AV_PIX_FMT_RGBA) {
     encoder_->colorspace = AVCOL_SPC_SMPTE170M;
