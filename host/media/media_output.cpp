@@ -235,8 +235,9 @@ VideoOutput::VideoOutput(const std::string& path, int32_t width, int32_t height,
     av_opt_set(encoder_->priv_data, "crf", crf.c_str(), 0);
     // With AVX-512, x264's macroblock-tree lookahead reads memory it never
     // wrote: the same pictures gave a different file from run to run (the
-    // heap's leftovers differ). cpu-independent swaps in its portable
-    // routines there, which also gives the same file on every processor.
+    // heap's leftovers differ). cpu-independent, x264's switch for output
+    // that does not differ between processors, swaps in its portable
+    // routines there.
     av_opt_set(encoder_->priv_data, "x264-params", "cpu-independent=1", 0);
   } else if (std::string(codec_->name).rfind("libvpx", 0) == 0) {
     encoder_->bit_rate = 0;
