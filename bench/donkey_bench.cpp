@@ -7,13 +7,10 @@
 // machine. Target: 30 frames a second (33.3 ms).
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <memory>
+#include <string>
 #include <vector>
 
 #include "bench_effects.h"
-#include "runtime/effect_host.h"
 
 namespace {
 
@@ -25,36 +22,20 @@ void BM_FrameCopy1280x720(benchmark::State& state) { nimbo::bench::CopyFrames(st
 BENCHMARK(BM_FrameCopy1280x720)->Unit(benchmark::kMillisecond);
 
 void BM_Tunnel1280x720(benchmark::State& state) {
-  setenv("ORRERY_BIN_PATH", NIMBO_BIN_DIR, 0);
-  nimbo::host::EffectHost host(kWidth, kHeight, 25.0);
-  nimbo::SettingsDocument& store = host.Store();
-  store.BeginWriting();
-  store.SetInt("!", 1);
-  store.SetInt("shape", kTunnel);
-  std::unique_ptr<orrery::Effect> fx = nimbo::bench::CreateEffectNamed("Donkey");
-  if (!fx) return state.SkipWithError("no Donkey in the package");
-  fx->SetHostContext(&host);
-  fx->UpdateConfig();
-  if (!fx->Initialize()) return state.SkipWithError("no engine");
+  nimbo::bench::HostedEffect effect(kWidth, kHeight);
+  const std::string why =
+      effect.Start("Donkey", [](nimbo::SettingsDocument& store) { store.SetInt("shape", kTunnel); });
+  if (!why.empty()) return state.SkipWithError(why.c_str());
   // Two pictures in turn, as a clip's frames come.
-  std::vector<uint32_t> clip[2], pixels(size_t(kWidth) * kHeight);
-  for (int c = 0; c < 2; ++c) {
-    clip[c].resize(pixels.size());
-    for (size_t k = 0; k < pixels.size(); ++k) clip[c][k] = 0xFF000000u | uint32_t((k + size_t(c) * 7) * 2654435761u >> 8);
-  }
+  const size_t size = size_t(kWidth) * kHeight;
+  std::vector<uint32_t> clip[2] = {nimbo::bench::NoisePixels(size, 0), nimbo::bench::NoisePixels(size, 7)};
+  std::vector<uint32_t> pixels(size);
   orrery::Screen out{kWidth, kHeight, pixels.data()};
-  int64_t frame = 0;
-  auto render = [&] {
-    const orrery::Screen in{kWidth, kHeight, clip[frame & 1].data()};
+  nimbo::bench::TimeFrames(state, [&] {
+    const orrery::Screen in{kWidth, kHeight, clip[effect.Frame() & 1].data()};
     const orrery::Screen* screens[] = {&in, &in, &in};
-    host.SetFrame(frame++);
-    return fx->Render(orrery::InputList{screens, 3}, &out) != 0;
-  };
-  nimbo::bench::WarmUp(render);
-  for (auto _ : state) {
-    if (!render()) return state.SkipWithError("Render failed");
-    benchmark::ClobberMemory();
-  }
+    return effect.Render({screens, 3}, &out);
+  });
   state.counters["fps"] = benchmark::Counter(double(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_Tunnel1280x720)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();

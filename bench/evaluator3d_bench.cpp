@@ -11,16 +11,13 @@
 // second (16.7 ms), the whole frame at 30 (33.3 ms).
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <memory>
+#include <string>
 #include <vector>
 
 #include "bench_effects.h"
 #include "formula_set.h"
 #include "grid_eval.h"
 #include "grid_mesh.h"
-#include "runtime/effect_host.h"
 
 namespace {
 
@@ -46,36 +43,35 @@ FormulaSet BenchSet() {
 void BM_FrameCopy640x480(benchmark::State& state) { nimbo::bench::CopyFrames(state, kWidth, kHeight); }
 BENCHMARK(BM_FrameCopy640x480)->Unit(benchmark::kMillisecond);
 
-void BM_FormulaPass256(benchmark::State& state) {
-  const FormulaSet set = BenchSet();
-  const CompiledSet compiled = Recompile(set);
+// The formula pass frame after frame: the frame's variables, the camera
+// formulas, then the grid through `evaluate(grid)`.
+template <class Evaluate>
+void FormulaPass(benchmark::State& state, const FormulaSet& set, const CompiledSet& compiled, Evaluate evaluate) {
   if (compiled.first_error >= 0) return state.SkipWithError("the set does not compile");
-  GridEvaluator evaluator;
-  evaluator.Prepare(set, compiled);
   GridValues grid;
   float t = 0;
   for (auto _ : state) {
     SetFrameVariables(set, {t += 0.04f, kWidth, kHeight, {}});
     EvaluateCamera(compiled);
-    evaluator.Evaluate({}, grid);
+    evaluate(grid);
     benchmark::DoNotOptimize(grid.y.data());
   }
   state.SetItemsProcessed(state.iterations() * kGrid * kGrid);
+}
+
+void BM_FormulaPass256(benchmark::State& state) {
+  const FormulaSet set = BenchSet();
+  const CompiledSet compiled = Recompile(set);
+  GridEvaluator evaluator;
+  evaluator.Prepare(set, compiled);
+  FormulaPass(state, set, compiled, [&](GridValues& grid) { evaluator.Evaluate({}, grid); });
 }
 BENCHMARK(BM_FormulaPass256)->Unit(benchmark::kMillisecond);
 
 void BM_FormulaPass256OnePoint(benchmark::State& state) {
   const FormulaSet set = BenchSet();
   const CompiledSet compiled = Recompile(set);
-  GridValues grid;
-  float t = 0;
-  for (auto _ : state) {
-    SetFrameVariables(set, {t += 0.04f, kWidth, kHeight, {}});
-    EvaluateCamera(compiled);
-    EvaluateGridOnePoint(set, compiled, {}, grid);
-    benchmark::DoNotOptimize(grid.y.data());
-  }
-  state.SetItemsProcessed(state.iterations() * kGrid * kGrid);
+  FormulaPass(state, set, compiled, [&](GridValues& grid) { EvaluateGridOnePoint(set, compiled, {}, grid); });
 }
 BENCHMARK(BM_FormulaPass256OnePoint)->Unit(benchmark::kMillisecond);
 
@@ -106,37 +102,20 @@ void BM_MeshBuild256(benchmark::State& state) {
 BENCHMARK(BM_MeshBuild256)->Unit(benchmark::kMillisecond);
 
 void BM_WholeFrame256At640x480(benchmark::State& state) {
-  setenv("ORRERY_BIN_PATH", NIMBO_BIN_DIR, 0);
-  nimbo::host::EffectHost host(kWidth, kHeight, 25.0);
-  nimbo::SettingsDocument& store = host.Store();
-  store.BeginWriting();
-  store.SetInt("!", 1);
-  store.SetInt("rangei", kGrid);
-  store.SetInt("rangej", kGrid);
-  for (const auto& [name, text] : kAux) store.SetString((std::string("expr_") + name).c_str(), text);
-  store.SetString("expr_y", kWaveY);
-  std::unique_ptr<orrery::Effect> fx = nimbo::bench::CreateEffectNamed("Evaluator3D");
-  if (!fx) return state.SkipWithError("no Evaluator3D in the package");
-  fx->SetHostContext(&host);
-  fx->UpdateConfig();
-  if (!fx->Initialize()) return state.SkipWithError("no engine");
-  std::vector<uint32_t> background(size_t(kWidth) * kHeight, 0xFF204060u), texture(background.size());
-  for (size_t k = 0; k < texture.size(); ++k) texture[k] = uint32_t(k * 2654435761u);
-  std::vector<uint32_t> pixels(background.size());
+  nimbo::bench::HostedEffect effect(kWidth, kHeight);
+  const std::string why = effect.Start("Evaluator3D", [](nimbo::SettingsDocument& store) {
+    store.SetInt("rangei", kGrid);
+    store.SetInt("rangej", kGrid);
+    for (const auto& [name, text] : kAux) store.SetString((std::string("expr_") + name).c_str(), text);
+    store.SetString("expr_y", kWaveY);
+  });
+  if (!why.empty()) return state.SkipWithError(why.c_str());
+  std::vector<uint32_t> background(size_t(kWidth) * kHeight, 0xFF204060u), pixels(background.size());
+  std::vector<uint32_t> texture = nimbo::bench::NoisePixels(background.size());
   orrery::Screen bg{kWidth, kHeight, background.data()}, tex{kWidth, kHeight, texture.data()};
   orrery::Screen out{kWidth, kHeight, pixels.data()};
   const orrery::Screen* screens[] = {&bg, &tex, &tex, nullptr};
-  const orrery::InputList inputs{screens, 4};
-  int64_t frame = 0;
-  auto render = [&] {
-    host.SetFrame(frame++);
-    return fx->Render(inputs, &out) != 0;
-  };
-  nimbo::bench::WarmUp(render);
-  for (auto _ : state) {
-    if (!render()) return state.SkipWithError("Render failed");
-    benchmark::ClobberMemory();
-  }
+  nimbo::bench::TimeFrames(state, [&] { return effect.Render({screens, 4}, &out); });
   state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_WholeFrame256At640x480)->Unit(benchmark::kMillisecond)->MeasureProcessCPUTime();

@@ -31,7 +31,8 @@ endfunction()
 # the package core, the shared code and the 3D support, nothing of another
 # effect. HELP is the page path the effect's help button names
 # ("helpfile/Effects/Filter/LowQ/LowQ.htm"); the page itself is the folder's
-# <Name>.htm and is installed under that path in the help folder, with the
+# <Name>.htm and is installed under that path in the help folder (its
+# include markers expanded, see docs/CMakeLists.txt), with the
 # folder's <Name>.png (the picture the page shows) beside it. TESTS
 # become the program <Name>_tests, run against the whole package.
 #

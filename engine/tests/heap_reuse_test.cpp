@@ -37,6 +37,7 @@ TEST(HeapReuseTest, TheUsersOwnMallocSettingsAreLeftAlone) {
 #if defined(__GLIBC__) && !defined(__SANITIZE_ADDRESS__)
 TEST(HeapReuseTest, AFramesBlocksFreedAtTheTopOfTheHeapStayForTheNextFrame) {
   if (!nb3d::KeepFreedHeapForReuse()) GTEST_SKIP() << "malloc is tuned by the environment";
+  EXPECT_GE(mallinfo2().arena, nb3d::kHeapHugeReserve) << "the huge-page reserve was grown in the heap";
   // 32 MiB in the renderer's block size, touched, then all freed.
   constexpr size_t kBlock = 64 << 10, kBlocks = 512;
   std::vector<void*> blocks(kBlocks);

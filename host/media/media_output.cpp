@@ -18,6 +18,10 @@ extern "C" {
 namespace nimbo::host {
 namespace {
 
+// The video encoders' thread count, fixed so that their output does not
+// depend on the machine (see the VideoOutput constructor).
+constexpr int kEncoderThreads = 8;
+
 constexpr const char* kOutputKinds =
     "pictures (.png .jpg .bmp .tif .tga .ppm), image sequences (name_%04d.png) and videos (.mp4 .mkv .mov "
     ".webm .avi)";
@@ -209,17 +213,32 @@ VideoOutput::VideoOutput(const std::string& path, int32_t width, int32_t height,
   encoder_->pix_fmt = pix_fmt_;
   encoder_->time_base = av_inv_q(rate);
   encoder_->framerate = rate;
-  encoder_->thread_count = 0;
+  // x264's decisions and MPEG-4's slices depend on the thread count, and
+  // "automatic" counts the processors this process may use (a taskset or a
+  // container changes it), so a fixed count keeps the file the same
+  // wherever it is made. Eight keeps a large machine busy and costs nothing
+  // measurable on two cores.
+  encoder_->thread_count = kEncoderThreads;
   encoder_->sample_aspect_ratio = {1, 1};
   if (pix_fmt_ != AV_PIX_FMT_RGBA) {
     encoder_->colorspace = AVCOL_SPC_SMPTE170M;
     encoder_->color_range = AVCOL_RANGE_MPEG;
   }
   if (format_->oformat->flags & AVFMT_GLOBALHEADER) encoder_->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+  // The same pictures make the same file: no random Matroska UIDs, no
+  // library version strings, only FFmpeg's bit-exact code paths.
+  encoder_->flags |= AV_CODEC_FLAG_BITEXACT;
+  format_->flags |= AVFMT_FLAG_BITEXACT;
   const std::string crf = std::to_string(options.crf);
   if (std::string(codec_->name) == "libx264") {
     av_opt_set(encoder_->priv_data, "preset", "medium", 0);
     av_opt_set(encoder_->priv_data, "crf", crf.c_str(), 0);
+    // With AVX-512, x264's macroblock-tree lookahead reads memory it never
+    // wrote: the same pictures gave a different file from run to run (the
+    // heap's leftovers differ). cpu-independent, x264's switch for output
+    // that does not differ between processors, swaps in its portable
+    // routines there.
+    av_opt_set(encoder_->priv_data, "x264-params", "cpu-independent=1", 0);
   } else if (std::string(codec_->name).rfind("libvpx", 0) == 0) {
     encoder_->bit_rate = 0;
     av_opt_set(encoder_->priv_data, "crf", crf.c_str(), 0);

@@ -8,13 +8,6 @@ namespace {
 
 uint32_t Upper(uint32_t c) { return c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c; }
 
-bool EqualIgnoringCase(const Text& a, std::string_view b) {
-  if (a.size() != b.size()) return false;
-  for (size_t k = 0; k < a.size(); ++k)
-    if (Upper(a[k]) != Upper(static_cast<unsigned char>(b[k]))) return false;
-  return true;
-}
-
 struct Symbol {
   Text name;
   uint32_t code;
@@ -99,7 +92,7 @@ Program::Status Program::Compile(std::string_view source, const std::string& res
   // An output that no line assigns reads line 0, on purpose without error.
   for (size_t k = 0; k < outputs.size(); ++k)
     for (size_t n = 0; n < lines.size(); ++n)
-      if (EqualIgnoringCase(lines[n].name, outputs[k])) output_lines_[k] = int(n);
+      if (SameIgnoringCase(lines[n].name, outputs[k])) output_lines_[k] = int(n);
   lines_ = std::move(lines);
   return {true, std::nullopt};
 }

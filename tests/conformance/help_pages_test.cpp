@@ -7,7 +7,8 @@
 // effect reports to its host and the default a fresh effect writes, so the
 // page cannot drift from the effect.
 // The pages' own links (index, stylesheet, back links) must resolve inside
-// the help folder. 3D effects are checked once their page exists (the ones
+// the help folder. The pages read here are the built ones, with the blocks
+// the 3D effects' pages share (package/render3d/help/) expanded into them. 3D effects are checked once their page exists (the ones
 // still without an implementation have none yet). Every page shows a picture
 // of its effect at work, taken from `nimbo demo`, which must decode.
 #include <gtest/gtest.h>
@@ -495,6 +496,9 @@ TEST(HelpPages, TheIndexLinksEveryPageAndNoLinkIsBroken) {
     ++pages;
     const std::string page = ReadFile(entry.path());
     EXPECT_EQ(page.find("<script"), std::string::npos) << entry.path() << ": pages carry no scripts";
+    // Shared blocks are expanded when the help is built; a marker left in a
+    // page would show the reader nothing where the block belongs.
+    EXPECT_EQ(page.find("<!--#include"), std::string::npos) << entry.path() << ": an include marker left in";
     for (const std::string& link : LocalLinks(page)) {
       ASSERT_EQ(link.find("://"), std::string::npos) << entry.path() << ": external link " << link;
       const fs::path target = (entry.path().parent_path() / link).lexically_normal();

@@ -1,10 +1,11 @@
 #include "viewer_materials.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <filesystem>
 #include <system_error>
+
+#include "formula/text.h"
 
 namespace nimbo::viewer3ds {
 
@@ -15,12 +16,6 @@ namespace {
 bool IsFile(const fs::path& p) {
   std::error_code ec;
   return !p.empty() && fs::is_regular_file(p, ec);
-}
-
-bool SameIgnoringCase(const std::string& a, const std::string& b) {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return std::tolower(static_cast<unsigned char>(x)) == std::tolower(static_cast<unsigned char>(y));
-         });
 }
 
 bool UsesInput(int32_t k, uint32_t input_mask) { return (input_mask >> (InputFor(k) - 1)) & 1u; }
@@ -57,7 +52,7 @@ std::string ResolvePicture(const std::string& scene_path, const std::string& map
   if (IsFile(beside)) return beside.string();
   std::error_code ec;
   for (fs::directory_iterator it(folder.empty() ? fs::path(".") : folder, ec), end; !ec && it != end; it.increment(ec)) {
-    if (SameIgnoringCase(it->path().filename().string(), name) && IsFile(it->path())) return it->path().string();
+    if (formula::SameIgnoringCase(it->path().filename().string(), name) && IsFile(it->path())) return it->path().string();
   }
   return "";
 }

@@ -27,85 +27,55 @@ std::string MayUse(int32_t field) {
 
 }  // namespace
 
-FormulaEditor::FormulaEditor(const EvaluatorSettings& settings, const SceneSettings& scene, Compiler compile)
-    : edit_(settings), scene_(scene), compile_(std::move(compile)) {}
-
-void FormulaEditor::LoadSelectedVariable() {
-  const std::vector<UserVariable>& vars = edit_.set.vars;
-  if (vars.empty()) return;
-  const UserVariable& v = vars[size_t(Selected())];
-  var_min_ = v.minimum;
-  var_max_ = v.maximum;
-  var_value_ = v.value;
-  var_on_ = v.on;
-}
-
-void FormulaEditor::StoreSelectedVariable() {
-  std::vector<UserVariable>& vars = edit_.set.vars;
-  if (ShownSelected() < 0 || size_t(ShownSelected()) >= vars.size()) return;
-  UserVariable& v = vars[size_t(ShownSelected())];
-  v.minimum = var_min_;
-  v.maximum = var_max_;
-  v.value = var_value_;
-  v.on = var_on_ != 0;
-}
-
 void FormulaEditor::BuildFields() {
   hints_.assign(kFieldCount, "");
-  auto add = [&](const char* label, F type, void* value, double lo = 0, double hi = 0, const char* choices = nullptr,
-                 const char* hint = nullptr) { AddField(label, type, value, lo, hi, choices, hint); };
 
-  add(error_text_.c_str(), F::kLabel, nullptr);
+  AddField(error_text_.c_str(), F::kLabel, nullptr);
   for (Field f : kEditorOrder) {
     hints_[size_t(f)] = "formula " + std::to_string(f) + "; may use " + MayUse(f);
     if (f == error_formula_) hints_[size_t(f)] = "<< this formula does not compile; " + hints_[size_t(f)];
   }
   for (Field f : kEditorOrder)
-    add(Info(f).name, F::kText, &edit_.set.text[size_t(f)], 0, double(kMaxFormulaLength), nullptr,
+    AddField(Info(f).name, F::kText, &edit_.set.text[size_t(f)], 0, double(kMaxFormulaLength), nullptr,
         hints_[size_t(f)].c_str());
 
   FormulaSet& s = edit_.set;
-  add("imax", F::kInt, &s.imax, kMinGridSide, kMaxGridSide, nullptr, "vertices along i");
-  add("jmax", F::kInt, &s.jmax, kMinGridSide, kMaxGridSide, nullptr, "vertices along j");
-  add("height map (hmap)", F::kBool, &s.hmap, 0, 1, nullptr, "the height map input's blue channel as hmap");
-  add("loop i", F::kBool, &s.loopi, 0, 1, nullptr, "fix last row (i=imax-1) to first row (i=0)");
-  add("loop j", F::kBool, &s.loopj, 0, 1, nullptr, "fix last column (j=jmax-1) to first column (j=0)");
-  add("front faces", F::kBool, &s.front, 0, 1);
-  add("back faces", F::kBool, &s.back, 0, 1);
-  add("texture coordinates 1", F::kChoice, &s.uvmode1, 0, kUvModeCount - 1, kUvModes);
-  add("texture coordinates 2", F::kChoice, &s.uvmode2, 0, kUvModeCount - 1, kUvModes);
-  add("i pattern", F::kText, &s.ipattern, 0, 0, nullptr, "a cell shows where the symbols at i and j agree");
-  add("j pattern", F::kText, &s.jpattern);
-  add("description", F::kText, &s.info);
-  add("time speed", F::kFloat, &edit_.timespeed, kMinTimeSpeed, kMaxTimeSpeed, nullptr, "1.0 = realtime");
+  AddField("imax", F::kInt, &s.imax, kMinGridSide, kMaxGridSide, nullptr, "vertices along i");
+  AddField("jmax", F::kInt, &s.jmax, kMinGridSide, kMaxGridSide, nullptr, "vertices along j");
+  AddField("height map (hmap)", F::kBool, &s.hmap, 0, 1, nullptr, "the height map input's blue channel as hmap");
+  AddField("loop i", F::kBool, &s.loopi, 0, 1, nullptr, "fix last row (i=imax-1) to first row (i=0)");
+  AddField("loop j", F::kBool, &s.loopj, 0, 1, nullptr, "fix last column (j=jmax-1) to first column (j=0)");
+  AddField("front faces", F::kBool, &s.front, 0, 1);
+  AddField("back faces", F::kBool, &s.back, 0, 1);
+  AddField("texture coordinates 1", F::kChoice, &s.uvmode1, 0, kUvModeCount - 1, kUvModes);
+  AddField("texture coordinates 2", F::kChoice, &s.uvmode2, 0, kUvModeCount - 1, kUvModes);
+  AddField("i pattern", F::kText, &s.ipattern, 0, 0, nullptr, "a cell shows where the symbols at i and j agree");
+  AddField("j pattern", F::kText, &s.jpattern);
+  AddField("description", F::kText, &s.info);
+  AddField("time speed", F::kFloat, &edit_.timespeed, kMinTimeSpeed, kMaxTimeSpeed, nullptr, "1.0 = realtime");
 
   // User variables: add by name, then edit or delete the selected one.
-  AddNewVariableFields("name of a variable to add");
-  names_.clear();
-  for (const UserVariable& v : s.vars) names_.push_back(v.name);
-  if (AddVariableChoice(names_)) {
-    LoadSelectedVariable();
-    add("minimum", F::kFloat, &var_min_, -1e9, 1e9);
-    add("maximum", F::kFloat, &var_max_, -1e9, 1e9);
-    add("initial value", F::kFloat, &var_value_, -1e9, 1e9);
-    add("switched on", F::kBool, &var_on_, 0, 1);
-    AddDeleteVariableButton();
-  }
+  AddVariableListFields(s.vars, "name of a variable to add", [&](UserVariable& v) {
+    AddField("minimum", F::kFloat, &v.minimum, -1e9, 1e9);
+    AddField("maximum", F::kFloat, &v.maximum, -1e9, 1e9);
+    AddField("initial value", F::kFloat, &v.value, -1e9, 1e9);
+    AddField("switched on", F::kBool, &v.on, 0, 1);
+  });
 
   TextureKeys& t = edit_.texture;
   transparent_choice_ = t.transparent + 1;
-  add("texture 1", F::kChoice, &t.texinfo[0], 0, 1, "texture input 1|picture file");
-  add("picture 1", F::kPath, &t.texpath[0]);
-  add("texture input 1 is static", F::kBool, &t.freeze[0], 0, 1);
-  add("enable second texture", F::kBool, &t.sectex, 0, 1);
-  add("texture 2", F::kChoice, &t.texinfo[1], 0, 1, "texture input 2|picture file");
-  add("picture 2", F::kPath, &t.texpath[1]);
-  add("texture input 2 is static", F::kBool, &t.freeze[1], 0, 1);
-  add("second texture", F::kChoice, &t.sectype, 0, 2, "add|subtract|blue as transparency");
-  add("invert second texture", F::kBool, &t.invert_tex2, 0, 1, nullptr,
+  AddField("texture 1", F::kChoice, &t.texinfo[0], 0, 1, "texture input 1|picture file");
+  AddField("picture 1", F::kPath, &t.texpath[0]);
+  AddField("texture input 1 is static", F::kBool, &t.freeze[0], 0, 1);
+  AddField("enable second texture", F::kBool, &t.sectex, 0, 1);
+  AddField("texture 2", F::kChoice, &t.texinfo[1], 0, 1, "texture input 2|picture file");
+  AddField("picture 2", F::kPath, &t.texpath[1]);
+  AddField("texture input 2 is static", F::kBool, &t.freeze[1], 0, 1);
+  AddField("second texture", F::kChoice, &t.sectype, 0, 2, "add|subtract|blue as transparency");
+  AddField("invert second texture", F::kBool, &t.invert_tex2, 0, 1, nullptr,
       "very useful if type of second texture is 'sub'");
-  add("transparency", F::kChoice, &transparent_choice_, 0, 2, "none|50% transparency|additive transparency");
-  add("enable wireframe rendering", F::kBool, &t.wire, 0, 1);
+  AddField("transparency", F::kChoice, &transparent_choice_, 0, 2, "none|50% transparency|additive transparency");
+  AddField("enable wireframe rendering", F::kBool, &t.wire, 0, 1);
 
   AddSceneFields(scene_);
   AddFileFields("E3D file", kE3DFilter, "Load E3D...", "Save E3D...");
@@ -113,22 +83,15 @@ void FormulaEditor::BuildFields() {
 
 bool FormulaEditor::AfterOk() {
   edit_.texture.transparent = std::clamp(transparent_choice_, 0, 2) - 1;
-  StoreSelectedVariable();
-  const bool pressed = AnyButtonPressed();
-  if (add_pressed_) {
-    const AddVariable added = AddUserVariable(edit_.set, new_variable_);
-    AfterAddVariable(added, edit_.set.vars.size(), "A formula set holds at most 255 user variables.");
-  }
-  if (delete_pressed_) DeleteShownVariable(edit_.set.vars);
-  if (load_pressed_) {
-    FormulaSet loaded;
-    const std::string error = LoadE3DFile(FilePath(), loaded);
-    if (error.empty()) edit_.set = std::move(loaded);
-    ShowError(error);
-  }
-  if (save_pressed_) ShowError(SaveE3DFile(FilePath(), edit_.set));
-  ExportIfPressed();
-  ClearButtons();
+  const bool none_pressed = WorkButtons(
+      edit_.set, "A formula set holds at most 255 user variables.",
+      [&](const std::string& path) {
+        FormulaSet loaded;
+        const std::string error = LoadE3DFile(path, loaded);
+        if (error.empty()) edit_.set = std::move(loaded);
+        return error;
+      },
+      [&](const std::string& path) { return SaveE3DFile(path, edit_.set); });
   edit_.set.Sanitize();
 
   // Every change recompiles, so the error line is always up to date.
@@ -148,7 +111,7 @@ bool FormulaEditor::AfterOk() {
     else
       error_text_ += "nests too deep to evaluate.";
   }
-  return !pressed && compiled.first_error < 0 && !SelectionMoved();
+  return none_pressed && compiled.first_error < 0 && !SelectionMoved();
 }
 
 }  // namespace nimbo::e3d

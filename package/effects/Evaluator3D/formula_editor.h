@@ -13,8 +13,8 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "evaluator3d_settings.h"
@@ -24,12 +24,10 @@
 
 namespace nimbo::e3d {
 
-class FormulaEditor final : public RoundDialog {
+class FormulaEditor final : public SourceEditor<EvaluatorSettings, FormulaSet, CompiledSet> {
  public:
-  // Compiles a set the way the effect does (under its lock).
-  using Compiler = std::function<CompiledSet(const FormulaSet&)>;
-
-  FormulaEditor(const EvaluatorSettings& settings, const SceneSettings& scene, Compiler compile);
+  FormulaEditor(const EvaluatorSettings& settings, const SceneSettings& scene, Compiler compile)
+      : SourceEditor(settings, scene, std::move(compile)) {}
 
   // Runs rounds through the host's dialog service until OK with a set that
   // compiles (true) or Cancel (false), or kMaxRounds of OK without a mend.
@@ -43,25 +41,14 @@ class FormulaEditor final : public RoundDialog {
   int32_t ErrorFormula() const { return error_formula_; }
   const std::string& ErrorText() const { return error_text_; }
 
-  const EvaluatorSettings& Result() const { return edit_; }
-  const SceneSettings& SceneResult() const { return scene_; }
-
  private:
   void BuildFields() override;
-  void LoadSelectedVariable();
-  void StoreSelectedVariable();
-
-  EvaluatorSettings edit_;
-  SceneSettings scene_;
-  Compiler compile_;
 
   // Values the fields edit that are not settings as they stand.
   int32_t transparent_choice_ = 0;  // "transparent" + 1
-  float var_min_ = 0, var_max_ = 1, var_value_ = 0.5f;
-  int32_t var_on_ = 1;
   int32_t error_formula_ = -1;
   std::string error_text_ = "All formulas compile.";
-  std::vector<std::string> hints_, names_;
+  std::vector<std::string> hints_;
 };
 
 }  // namespace nimbo::e3d

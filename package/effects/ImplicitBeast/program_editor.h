@@ -13,9 +13,9 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "implicit_settings.h"
@@ -25,12 +25,10 @@
 
 namespace nimbo::implicit {
 
-class ProgramEditor final : public RoundDialog {
+class ProgramEditor final : public SourceEditor<ImplicitSettings, ProgramSet, CompiledPrograms> {
  public:
-  // Compiles the programs the way the effect does (under its lock).
-  using Compiler = std::function<CompiledPrograms(const ProgramSet&)>;
-
-  ProgramEditor(const ImplicitSettings& settings, const SceneSettings& scene, Compiler compile);
+  ProgramEditor(const ImplicitSettings& settings, const SceneSettings& scene, Compiler compile)
+      : SourceEditor(settings, scene, std::move(compile)) {}
 
   // Rounds until OK with programs that compile (true) or Cancel (false), or
   // kMaxRounds of OK without a mend.
@@ -44,20 +42,10 @@ class ProgramEditor final : public RoundDialog {
   const std::optional<int>& ErrorLine() const { return error_line_; }
   const std::string& StatusText() const { return status_; }
 
-  const ImplicitSettings& Result() const { return edit_; }
-  const SceneSettings& SceneResult() const { return scene_; }
-
  private:
   void BuildFields() override;
-  void LoadSelectedVariable();
-  void StoreSelectedVariable();
 
-  ImplicitSettings edit_;
-  SceneSettings scene_;
-  Compiler compile_;
-
-  std::vector<std::string> hints_, names_;
-  float var_min_ = 0, var_max_ = 1, var_position_ = 0.5f;
+  std::vector<std::string> hints_;
   int32_t error_program_ = -1;
   std::optional<int> error_line_;
   std::string status_ = "All programs compile.";

@@ -6,6 +6,7 @@
 #include <ft2build.h>
 #include FT_FREETYPE_H
 #include FT_OUTLINE_H
+#include FT_ADVANCES_H
 
 #include <algorithm>
 #include <cmath>
@@ -250,8 +251,11 @@ uint32_t FontFace::GlyphIndex(uint32_t codepoint) const {
 }
 
 double FontFace::Advance(uint32_t glyph) const {
-  if (!face_ || FT_Load_Glyph(Face(face_), glyph, FT_LOAD_NO_SCALE) != 0) return 0;
-  return double(Face(face_)->glyph->advance.x) / Face(face_)->units_per_EM;
+  // From the metrics table alone: loading the glyph for it read and parsed
+  // its outline once more for every character of the text.
+  FT_Fixed advance = 0;
+  if (!face_ || FT_Get_Advance(Face(face_), glyph, FT_LOAD_NO_SCALE, &advance) != 0) return 0;
+  return double(advance) / Face(face_)->units_per_EM;
 }
 
 double FontFace::Kerning(uint32_t left, uint32_t right) const {
@@ -266,10 +270,12 @@ double FontFace::Ascender() const { return face_ ? double(Face(face_)->ascender)
 double FontFace::Descender() const { return face_ ? double(Face(face_)->descender) / Face(face_)->units_per_EM : 0; }
 double FontFace::LineHeight() const { return face_ ? double(Face(face_)->height) / Face(face_)->units_per_EM : 0; }
 
-std::vector<Contour> FontFace::Outline(uint32_t glyph, double tolerance_em) const {
+std::vector<Contour> FontFace::Outline(uint32_t glyph, double tolerance_em, bool* fills_right) const {
+  if (fills_right) *fills_right = true;
   if (!face_) return {};
   FT_Face face = Face(face_);
   if (FT_Load_Glyph(face, glyph, FT_LOAD_NO_SCALE) != 0 || face->glyph->format != FT_GLYPH_FORMAT_OUTLINE) return {};
+  if (fills_right) *fills_right = FT_Outline_Get_Orientation(&face->glyph->outline) == FT_ORIENTATION_TRUETYPE;
   Flattener f;
   f.units_per_em = face->units_per_EM;
   f.tolerance = std::max(1e-6, tolerance_em) * f.units_per_em;
@@ -303,6 +309,11 @@ GlyphMesh ExtrudeOutline(const std::vector<Contour>& contours, bool fills_right,
   GlyphMesh mesh;
   if (contours.empty()) return mesh;
   Tess t;
+  size_t coordinates = 0;
+  for (const Contour& c : contours) coordinates += c.size();
+  t.xy.reserve(coordinates);
+  // Non-zero winding over n points makes about n triangles.
+  t.triangles.reserve(3 * coordinates / 2);
   for (const Contour& c : contours) t.xy.insert(t.xy.end(), c.begin(), c.end());
   if (!TessellateCaps(contours, t) || t.triangles.empty()) return mesh;
 
@@ -321,6 +332,13 @@ GlyphMesh ExtrudeOutline(const std::vector<Contour>& contours, bool fills_right,
   const float half = std::max(0.0f, depth) * 0.5f;
   MeshWriter w{mesh, size};
   const size_t cap_points = t.xy.size() / 2;
+  // Two caps, then four vertices and two triangles per outline edge.
+  size_t outline_points = 0;
+  for (const Contour& c : contours) outline_points += c.size() / 2;
+  const size_t vertices = 2 * cap_points + 4 * outline_points;
+  mesh.positions.reserve(3 * vertices);
+  mesh.normals.reserve(3 * vertices);
+  mesh.triangles.reserve(2 * t.triangles.size() + 6 * outline_points);
   for (size_t i = 0; i < cap_points; ++i) w.Add(t.xy[2 * i], t.xy[2 * i + 1], half, 0, 0, 1);
   for (size_t i = 0; i < cap_points; ++i) w.Add(t.xy[2 * i], t.xy[2 * i + 1], -half, 0, 0, -1);
   const uint32_t back = uint32_t(cap_points);

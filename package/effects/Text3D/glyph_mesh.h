@@ -58,8 +58,9 @@ class FontFace {
   // The glyph's outline flattened: curves become chords no farther than
   // about `tolerance_em` from the curve (each curve at most kMaxCurveSteps
   // chords). Consecutive repeated points are dropped; contours with fewer
-  // than three points are left out. Coordinates in ems.
-  std::vector<Contour> Outline(uint32_t glyph, double tolerance_em) const;
+  // than three points are left out. Coordinates in ems. `fills_right`, when
+  // given, receives FillsRight(glyph) from the same load of the glyph.
+  std::vector<Contour> Outline(uint32_t glyph, double tolerance_em, bool* fills_right = nullptr) const;
   // True when the font draws filled areas on the right of a contour's
   // direction (TrueType's clockwise outer contours).
   bool FillsRight(uint32_t glyph) const;

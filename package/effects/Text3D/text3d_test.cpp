@@ -93,8 +93,11 @@ TEST(GlyphMesh, LettersAreClosedSolidsWithOutwardNormals) {
   for (uint32_t cp : {uint32_t('A'), uint32_t('O'), uint32_t('8'), uint32_t('B'), uint32_t('g'), uint32_t('i'), 0xE9u, 0x416u, 0x20ACu, uint32_t('@')}) {
     const uint32_t glyph = face.GlyphIndex(cp);
     ASSERT_NE(glyph, 0u) << cp;
-    const GlyphMesh mesh = ExtrudeOutline(face.Outline(glyph, 0.35 / size), face.FillsRight(glyph), size, depth);
+    bool fills_right = false;
+    const std::vector<Contour> outline = face.Outline(glyph, 0.35 / size, &fills_right);
+    const GlyphMesh mesh = ExtrudeOutline(outline, fills_right, size, depth);
     const std::string what = "U+" + std::to_string(cp);
+    EXPECT_EQ(fills_right, face.FillsRight(glyph)) << what << ": the outline's own load tells the fill side";
     ASSERT_FALSE(mesh.Empty()) << what;
     const double volume = CheckClosed(mesh, what);
     // Front-cap area times depth: the volume of the extrusion.
@@ -162,6 +165,10 @@ TEST(Layout, KerningSkippedGlyphsLinesAndTheCache) {
   ASSERT_NE(set, nullptr) << error;
   const FontFace& face = set->Face();
   const uint32_t a = face.GlyphIndex('A'), v = face.GlyphIndex('V');
+  // DejaVu Sans: 1401 and 2025 font units of 2048 to the em.
+  EXPECT_DOUBLE_EQ(face.Advance(a), 1401.0 / 2048);
+  EXPECT_DOUBLE_EQ(face.Advance(face.GlyphIndex('W')), 2025.0 / 2048);
+  EXPECT_EQ(face.Advance(0xFFFFFFu), 0.0) << "no such glyph";
   const double kern = face.Kerning(a, v);
   EXPECT_LT(kern, 0) << "DejaVu Sans pulls A and V together";
 

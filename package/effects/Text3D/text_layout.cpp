@@ -56,8 +56,9 @@ const GlyphMesh* GlyphSet::Mesh(uint32_t glyph) {
     // Chords within about a third of a pixel at this size (a 64-pixel
     // letter's round parts take a few chords per quarter).
     const double tolerance = 0.35 / std::max(1.0f, size_);
-    auto mesh = std::make_unique<GlyphMesh>(
-        ExtrudeOutline(face_->Outline(glyph, tolerance), face_->FillsRight(glyph), size_, depth_));
+    bool fills_right = true;
+    const std::vector<Contour> outline = face_->Outline(glyph, tolerance, &fills_right);
+    auto mesh = std::make_unique<GlyphMesh>(ExtrudeOutline(outline, fills_right, size_, depth_));
     memory_ += sizeof(GlyphMesh) + mesh->positions.capacity() * 2 * sizeof(float) +
                mesh->triangles.capacity() * sizeof(uint32_t);
     found = meshes_.emplace(glyph, std::move(mesh)).first;

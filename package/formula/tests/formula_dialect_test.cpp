@@ -103,6 +103,20 @@ TEST(FormulaDialect, SubstitutionReplacesWholeWordsOnly) {
   EXPECT_EQ(unchanged, Widen("x"));
 }
 
+// The one case-blind comparison every reader of names and keys uses: only
+// ASCII letters fold; punctuation next to them in the code table, bytes
+// above 127 and tokens must match exactly.
+TEST(FormulaText, SameIgnoringCaseFoldsAsciiLettersOnly) {
+  EXPECT_TRUE(SameIgnoringCase("Bricks.PNG", "bricks.png"));
+  EXPECT_FALSE(SameIgnoringCase("bricks.png", "bricks.pn"));
+  EXPECT_FALSE(SameIgnoringCase("@[", "`{")) << "0x40 and 0x5B are not letters";
+  EXPECT_FALSE(SameIgnoringCase("\xC9", "\xE9")) << "Latin-1 letters are bytes, not folded";
+  EXPECT_TRUE(SameIgnoringCase("\xE9", "\xE9"));
+  EXPECT_TRUE(SameIgnoringCase(Widen("Fun"), "FUN"));
+  EXPECT_FALSE(SameIgnoringCase(Text{U'a', 300}, "a,")) << "a token is no byte";
+  EXPECT_FALSE(SameIgnoringCase(Widen("\xC9"), "\xE9"));
+}
+
 TEST(FormulaDialect, UserVariablesTakeCodesInListOrder) {
   const FormulaResult r = CompileFormula("Speed*2+size", {}, {"speed", "size"});
   ASSERT_TRUE(r.ok);

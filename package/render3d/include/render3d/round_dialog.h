@@ -10,13 +10,16 @@
 // What both editors show alike lives here too: the user-variable list (a
 // name to add, the "Add variable" button, the variable choice, "Delete
 // variable") and the file buttons at the bottom (a file with its load and
-// save buttons, then "Save as 3DS...").
+// save buttons, then "Save as 3DS..."). SourceEditor below is the rest both
+// editors share: the working copies, the compile step, and the order a
+// round's buttons are worked in.
 #pragma once
 
 #include <algorithm>
 #include <cstdint>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "orrery/services.h"
@@ -115,6 +118,61 @@ class RoundDialog {
   int32_t selected_ = 0, shown_selected_ = 0;
   std::string variable_choices_;
   std::string file_path_, path_3ds_;
+};
+
+// ---- an editor of a compiled source -------------------------------------------------
+// The editor of an effect whose settings `Settings` hold a source the effect
+// compiles (`Source`: the formula set, the programs; its user variables in
+// `Source::vars`, each with a `name`) into `Compiled`. It edits copies of
+// the settings and the scene, handed back on OK, and checks the source the
+// way the effect compiles it. How a failure is shown (a formula by its
+// index, a program with its line) is each editor's own.
+template <class Settings, class Source, class Compiled>
+class SourceEditor : public RoundDialog {
+ public:
+  // Compiles a source the way the effect does (under its lock).
+  using Compiler = std::function<Compiled(const Source&)>;
+
+  const Settings& Result() const { return edit_; }
+  const SceneSettings& SceneResult() const { return scene_; }
+
+ protected:
+  SourceEditor(const Settings& settings, const SceneSettings& scene, Compiler compile)
+      : edit_(settings), scene_(scene), compile_(std::move(compile)) {}
+
+  // The user-variable list of `vars`: "new variable" (with `hint`), "Add
+  // variable" and, when there are any, the choice of a variable,
+  // `selected_fields(variable)` bound to the chosen one, "Delete variable".
+  template <class Var, class SelectedFields>
+  void AddVariableListFields(std::vector<Var>& vars, const char* hint, SelectedFields selected_fields) {
+    AddNewVariableFields(hint);
+    std::vector<std::string> names;
+    for (const Var& v : vars) names.push_back(v.name);
+    if (!AddVariableChoice(names)) return;
+    selected_fields(vars[size_t(Selected())]);
+    AddDeleteVariableButton();
+  }
+
+  // Works the buttons of a round closed with OK, in the order the dialog
+  // shows them: "Add variable" (the source's own AddUserVariable, with
+  // `full_message` when its list is full), "Delete variable", load and save
+  // (`load(path)` and `save(path)` return "" or the error to show), "Save as
+  // 3DS...". Clears them; true when none was pressed.
+  template <class Load, class Save>
+  bool WorkButtons(Source& source, const char* full_message, Load load, Save save) {
+    const bool pressed = AnyButtonPressed();
+    if (add_pressed_) AfterAddVariable(AddUserVariable(source, new_variable_), source.vars.size(), full_message);
+    if (delete_pressed_) DeleteShownVariable(source.vars);
+    if (load_pressed_) ShowError(load(FilePath()));
+    if (save_pressed_) ShowError(save(FilePath()));
+    ExportIfPressed();
+    ClearButtons();
+    return !pressed;
+  }
+
+  Settings edit_;
+  SceneSettings scene_;
+  Compiler compile_;
 };
 
 }  // namespace nimbo
