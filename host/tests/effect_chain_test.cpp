@@ -62,5 +62,86 @@ TEST(EffectChain, RefusesALinkPastTheInputsTheSourcesLeave) {
   EXPECT_EQ(chain.Stages().size(), 1u);
 }
 
+// Over three and more stages: a stage set up again at the size its follower
+// asks for may itself ask its input at another size, and the stage before it
+// must then be rendered at that size too, not scaled to it (a scaled data
+// screen, such as a WAX volume, is destroyed).
+// Pair asks for its second input at half its own size and writes that
+// input's size into pixel (0,0) (R = width, G = height) and its top-left
+// pixel into (1,0). Gen: grey = frame number.
+uint32_t SizePixel(int32_t w, int32_t h) { return 0xFF000000u | uint32_t(w) << 16 | uint32_t(h) << 8; }
+
+TEST(EffectChainStages, EachLinkAtTheAskedSizeRendersItsStageAtThatSizeAlongTheWholeChain) {
+  const Package package(NIMBO_FIXTURE_DIR);
+  for (const int32_t pairs : {2, 3}) {
+    SCOPED_TRACE(::testing::Message() << "Gen and " << pairs << " Pairs");
+    EffectChain chain(package, kWidth, kHeight, 25.0);
+    chain.Add(package.Find("Gen"), Options("Gen"), {});
+    for (int32_t k = 0; k < pairs; ++k) chain.Add(package.Find("Pair"), Options("Pair"), Shapes(8), ChainLink{1, true});
+    for (int frame = 0; frame < 3; ++frame) ASSERT_TRUE(chain.RenderNext());
+
+    // Stage k (from the last, k = pairs, at the chain's size) is set up at
+    // the size its follower asks: half of the follower's own, each time.
+    const auto& stages = chain.Stages();
+    ASSERT_EQ(stages.size(), size_t(pairs + 1));
+    for (int32_t k = pairs; k >= 0; --k) {
+      const int32_t shift = pairs - k;
+      SCOPED_TRACE(::testing::Message() << "stage " << k);
+      EXPECT_EQ(stages[size_t(k)]->Output().width, kWidth >> shift);
+      EXPECT_EQ(stages[size_t(k)]->Output().height, kHeight >> shift);
+      if (k == 0) continue;
+      // The picture each Pair got came at the size it asked for, unscaled:
+      // its (0,0) names that size, and its (1,0) is the stage before's
+      // (0,0) as that stage drew it.
+      const FrameBuffer& out = stages[size_t(k)]->Output();
+      EXPECT_EQ(out.At(0, 0), SizePixel(kWidth >> (shift + 1), kHeight >> (shift + 1)));
+      const uint32_t before = k == 1 ? 0xFF020202u : SizePixel(kWidth >> (shift + 2), kHeight >> (shift + 2));
+      EXPECT_EQ(out.At(1, 0), before);
+    }
+  }
+}
+
+TEST(EffectChainStages, AMiddleStageAtAnotherSizeIsScaledForAFollowerThatDoesNotAskOtherwise) {
+  // Gen -> Pair (Gen at Pair's half) -> Copy scaled: Pair keeps the chain's
+  // size, so Copy sees Pair's picture as drawn.
+  const Package package(NIMBO_FIXTURE_DIR);
+  EffectChain chain(package, kWidth, kHeight, 25.0);
+  chain.Add(package.Find("Gen"), Options("Gen"), {});
+  chain.Add(package.Find("Pair"), Options("Pair"), Shapes(8), ChainLink{1, true});
+  chain.Add(package.Find("Copy"), Options("Copy"), {}, ChainLink{0, true});
+  for (int frame = 0; frame < 2; ++frame) ASSERT_TRUE(chain.RenderNext());
+  EXPECT_EQ(chain.Stages()[0]->Output().width, kWidth / 2);
+  EXPECT_EQ(chain.Stages()[1]->Output().width, kWidth);
+  EXPECT_EQ(chain.Output().At(0, 0), SizePixel(kWidth / 2, kHeight / 2));
+  EXPECT_EQ(chain.Output().At(1, 0), 0xFF010101u) << "Gen's second frame";
+}
+
+TEST(EffectChainStages, ALinkThatCannotBeMadeIsRefusedAndLeavesTheChainAsItWas) {
+  const Package package(NIMBO_FIXTURE_DIR);
+  EffectChain chain(package, kWidth, kHeight, 25.0);
+  chain.Add(package.Find("Gen"), Options("Gen"), {});
+  chain.Add(package.Find("Pair"), Options("Pair"), Shapes(8), ChainLink{1, true});
+  const int32_t gen_width = chain.Stages()[0]->Output().width;
+  for (const ChainLink link : {ChainLink{2, true}, ChainLink{-1, true}, ChainLink{7, false}}) {
+    SCOPED_TRACE(::testing::Message() << "input " << link.input);
+    try {
+      chain.Add(package.Find("Pair"), Options("Pair"), Shapes(8), link);
+      ADD_FAILURE() << "accepted";
+    } catch (const HostError& e) {
+      const std::string message = e.what();
+      EXPECT_NE(message.find("input " + std::to_string(link.input)), std::string::npos) << message;
+      EXPECT_NE(message.find("Pair"), std::string::npos) << message;
+    }
+    EXPECT_EQ(chain.Stages().size(), 2u);
+    EXPECT_EQ(chain.Stages()[1]->Output().width, kWidth) << "the last stage was set up again for a refused link";
+    EXPECT_EQ(chain.Stages()[0]->Output().width, gen_width);
+  }
+  // A Pair linked with too few sources of its own: one input is missing.
+  EXPECT_THROW(chain.Add(package.Find("Pair"), Options("Pair"), {}, ChainLink{1, true}), HostError);
+  EXPECT_EQ(chain.Stages().size(), 2u);
+  ASSERT_TRUE(chain.RenderNext());
+  EXPECT_EQ(chain.Output().At(1, 0), 0xFF000000u) << "Gen's first frame, through the chain as it was";
+}
+
 }  // namespace
 }  // namespace nimbo::host
