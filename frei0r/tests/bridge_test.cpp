@@ -75,16 +75,17 @@ std::vector<uint32_t> TestFrame(int32_t w, int32_t h, int64_t frame) {
 }
 
 // Frames rendered by the host runtime directly, the way `nimbo render` runs
-// the effect at 25 frames a second.
+// the effect at 25 frames a second; a fresh effect whose first frame is
+// `first` (its input TestFrame(first), its clock first * 40 ms).
 std::vector<std::vector<uint32_t>> RuntimeFrames(const std::string& effect, const std::vector<std::string>& sets,
-                                                 int32_t w, int32_t h, int frames) {
+                                                 int32_t w, int32_t h, int frames, int64_t first = 0) {
   const host::Package& package = Package();
   host::EffectStage stage(package, package.Find(effect), w, h, 25.0);
   host::StageOptions options;
   options.sets = sets;
   stage.Configure(options);
   std::vector<std::vector<uint32_t>> out;
-  for (int k = 0; k < frames; ++k) {
+  for (int64_t k = first; k < first + frames; ++k) {
     std::vector<host::FrameBuffer> inputs(size_t(stage.InputCount()));
     std::vector<const host::FrameBuffer*> list;
     for (int32_t i = 0; i < stage.InputCount(); ++i) {
@@ -360,6 +361,39 @@ TEST(Frei0rPlugins, SeeksStartTheHistoryOver) {
     for (int k = 1; k < 3; ++k) Update(p, instance, w, h, k * 0.04, k);
     EXPECT_EQ(Update(p, instance, w, h, 10.0, 0), fresh);
     p.destruct(instance);
+  }
+}
+
+// After a seek to any frame, back or ahead, the frames that follow are the
+// ones a fresh effect gives from that frame on: the history the effect had
+// built is gone, and nothing of it leaks into the frames after the jump.
+TEST(Frei0rPlugins, AfterASeekTheFramesAreThoseOfAFreshRunFromThatFrame) {
+  struct Jump {
+    const char* what;
+    int64_t from_frame;  // played 0 .. from_frame - 1 first
+    int64_t to_frame;
+  };
+  const Jump jumps[] = {{"ahead", 6, 50}, {"back", 9, 3}, {"back to the start", 5, 0}};
+  const int32_t w = 20, h = 12;
+  const int kAfter = 4;
+  for (const char* effect : {"TimeBlur2", "Retina Killer"}) {
+    PluginHandle p = Open({effect, Layout::kFilter});
+    for (const Jump& jump : jumps) {
+      SCOPED_TRACE(std::string(effect) + ", seek " + jump.what);
+      const auto expected = RuntimeFrames(effect, {}, w, h, kAfter, jump.to_frame);
+      f0r_instance_t instance = p.construct(w, h);
+      for (int64_t k = 0; k < jump.from_frame; ++k) Update(p, instance, w, h, double(k) * 0.04, k);
+      for (int k = 0; k < kAfter; ++k) {
+        const int64_t frame = jump.to_frame + k;
+        EXPECT_EQ(Update(p, instance, w, h, double(frame) * 0.04, frame), expected[size_t(k)]) << "frame " << frame;
+      }
+      p.destruct(instance);
+    }
+    // The history does show when there is no seek: the same frames, played on
+    // from frame 0 without a jump, differ from the fresh run's.
+    const auto fresh = RuntimeFrames(effect, {}, w, h, 2, 10);
+    const auto played = RuntimeFrames(effect, {}, w, h, 12, 0);
+    EXPECT_NE(played[11], fresh[1]) << effect << " keeps no history";
   }
 }
 

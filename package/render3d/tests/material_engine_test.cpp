@@ -1,5 +1,5 @@
 // The material manager with the real engine (Mesa's software renderer where
-// there is no GPU): texture sizes and scale, trace labels, pictures found,
+// there is no GPU): texture and picture sizes and scale, trace labels, pictures found,
 // missing and inverted, input screens copied (or frozen), and every render
 // flag drawn, each checked where ignoring it would show.
 #include <gtest/gtest.h>
@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bin_path.h"
@@ -109,6 +110,22 @@ TEST_F(MaterialEngineTest, TextureSizesScaleAndTraceLabels) {
   EXPECT_EQ(w, 1024);
   EXPECT_EQ(h, 2);
   EXPECT_STREQ(mats_.LayerTexture(0, 1), "mat0tex1");
+  // The sizes a drawing effect asks for: a layer of size 0 takes the
+  // output's, each side the power of two the picture fits in.
+  EXPECT_EQ(mats_.LayerWidth(0, 0), 320);
+  EXPECT_EQ(mats_.LayerHeight(0, 0), 240);
+  EXPECT_EQ(mats_.LayerSide(0, 0, 0), 512);
+  EXPECT_EQ(mats_.LayerSide(0, 0, 1), 256);
+  EXPECT_EQ(mats_.LayerWidth(0, 1), 1000);
+  EXPECT_EQ(mats_.LayerHeight(0, 1), 1);
+  EXPECT_EQ(mats_.LayerSide(0, 1, 0), 1024);
+  EXPECT_EQ(mats_.LayerSide(0, 1, 1), 2);
+  for (const auto& [mat, layer] :
+       std::initializer_list<std::pair<int32_t, int32_t>>{{1, 0}, {0, 2}, {-1, 0}, {0, -1}}) {
+    EXPECT_EQ(mats_.LayerWidth(mat, layer), 0) << mat << "/" << layer;
+    EXPECT_EQ(mats_.LayerHeight(mat, layer), 0) << mat << "/" << layer;
+    EXPECT_EQ(mats_.LayerSide(mat, layer, 0), 0) << mat << "/" << layer;
+  }
   EXPECT_TRUE(HasTrace("nbMatManager::LoadMaterial [1]"));
   EXPECT_TRUE(HasTrace("nbMatManager::LoadMaterial [2]"));
   EXPECT_NE(mats_.GetMaterial(0).tex[0].pixel_buffer, 0u);
@@ -117,6 +134,9 @@ TEST_F(MaterialEngineTest, TextureSizesScaleAndTraceLabels) {
   EXPECT_EQ(engine_->HasTexture("mat0tex0"), 0);
   EXPECT_EQ(engine_->HasTexture("mat0tex1"), 0);
   EXPECT_EQ(mats_.LayerTexture(0, 0), nullptr);
+  EXPECT_EQ(mats_.LayerWidth(0, 0), 0) << "a freed layer has no size";
+  EXPECT_EQ(mats_.LayerHeight(0, 1), 0);
+  EXPECT_EQ(mats_.LayerSide(0, 0, 1), 0);
   EXPECT_TRUE(HasTrace("nbMatManager::FreeMaterial"));
   EXPECT_EQ(mats_.LoadMaterial(-1, m), 0);
 }

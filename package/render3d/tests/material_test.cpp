@@ -318,7 +318,95 @@ TEST(MaterialStoreTest, OldRecordsLoadAndMissingKeysKeepValues) {
   EXPECT_EQ(m.tex[0].input + m.tex[1].input, 0);
 }
 
+// Every key SaveAll writes, materials and slots alike, given a value no
+// default has: loaded and saved again, the document comes back byte for
+// byte. A key written but not read (or read into another field) shows as a
+// value that went back to what the record held before.
+TEST(MaterialStoreTest, EveryKeySurvivesASaveAndLoadRoundTrip) {
+  nbMatManager mats(2, "fx");
+  mats.SetMaterialCount(2);
+  SettingsDocument shape;
+  shape.BeginWriting();
+  mats.SaveAll(shape, "fx");
+
+  // The same keys in the same order, each with a value of its own; a
+  // layer's picture goes into both of its keys (the plain one is written
+  // from the path key, the only one read, which ends the layer's keys).
+  SettingsDocument given;
+  given.BeginWriting();
+  int32_t n = 0;
+  size_t written = 0;
+  std::string pending_path;  // the layer whose picture is set, until its path key is written
+  for (const std::string& key : KeysOf(shape.Text())) {
+    if (key.ends_with("bitmapnamepath")) continue;  // written after the plain key below
+    ++n;
+    const std::string type_at = "name=\"" + key + "\" type=\"";
+    const size_t at = shape.Text().find(type_at);
+    ASSERT_NE(at, std::string::npos) << key;
+    const std::string type = shape.Text().substr(at + type_at.size(), 3);
+    const bool picture = key.find("bitmapname") != std::string::npos;
+    const std::string layer = picture ? key.substr(0, key.find("bitmapname")) : "";
+    if (key.ends_with("nbMatManagerVERSION")) given.SetInt(key.c_str(), 1);
+    else if (picture) given.SetString(key.c_str(), ("/pictures/" + layer + ".png").c_str());
+    else if (type == "int") given.SetInt(key.c_str(), 1000 + n);
+    else if (type == "flo") given.SetFloat(key.c_str(), float(n) + 0.5f);
+    else if (type == "str") given.SetString(key.c_str(), ("name " + std::to_string(n)).c_str());
+    else ADD_FAILURE() << key << " has type " << type;
+    ++written;
+    if (picture) pending_path = layer;
+    if (!pending_path.empty() && key == pending_path + "h") {  // a layer's path key ends it
+      given.SetPath((pending_path + "bitmapnamepath").c_str(), ("/pictures/" + pending_path + ".png").c_str());
+      pending_path.clear();
+      ++written;
+    }
+  }
+  ASSERT_EQ(written, KeysOf(given.Text()).size());
+
+  nbMatManager back(2, "fx");
+  back.SetMaterialCount(2);
+  back.LoadAll(given, "fx");
+  SettingsDocument again;
+  again.BeginWriting();
+  back.SaveAll(again, "fx");
+  EXPECT_EQ(again.Text(), given.Text());
+  EXPECT_EQ(back.GetInputSlot(1).mat, given.GetInt("fxinput1mat", -1));
+  EXPECT_STREQ(back.GetMaterial(1).tex[1].bitmapname, "/pictures/fxmat1mattex1.png");
+}
+
 // ---- input slots -------------------------------------------------------------------
+
+// A fresh effect unbinds every slot: the names, the next binding and what
+// SaveAll stores are those of a manager that never bound one.
+TEST(MaterialSlotsTest, ResetInputSlotsGivesAFreshManagersSlots) {
+  nbMatManager mats(3, "");
+  mats.SetMaterialCount(2);
+  ASSERT_TRUE(mats.AssignInput(1, 1, 1));
+  ASSERT_TRUE(mats.AssignInput(0, 1, 0));
+  ASSERT_TRUE(mats.AssignInput(1, 0, 0));
+  EXPECT_STREQ(mats.GetInputName(0), "mat2tex2");
+  mats.ResetInputSlots();
+  nbMatManager fresh(3, "");
+  fresh.SetMaterialCount(2);
+  for (int32_t i = 0; i < mats.InputSlotCount(); ++i) {
+    const InputSlot& slot = mats.GetInputSlot(i);
+    EXPECT_EQ(slot.used, 0) << i;
+    EXPECT_EQ(slot.value, 0) << i;
+    EXPECT_EQ(slot.mat, -1) << i;
+    EXPECT_EQ(slot.tex, 0) << i;
+    EXPECT_STREQ(mats.GetInputName(i), fresh.GetInputName(i)) << i;
+  }
+  SettingsDocument a, b;
+  a.BeginWriting();
+  b.BeginWriting();
+  mats.SaveAll(a, "");
+  fresh.SaveAll(b, "");
+  EXPECT_EQ(a.Text(), b.Text());
+  ASSERT_TRUE(mats.AssignInput(1, 1, 0));
+  EXPECT_EQ(mats.GetInputSlot(0).mat, 1) << "the lowest slot is never-bound again";
+  EXPECT_TRUE(mats.AssignInput(0, 0, 0));
+  EXPECT_TRUE(mats.AssignInput(0, 1, 0));
+  EXPECT_FALSE(mats.AssignInput(1, 0, 0)) << "three slots, three bindings";
+}
 
 TEST(MaterialSlotsTest, AssignInputScansFromTheLastSlot) {
   nbMatManager mats(4, "");
