@@ -353,7 +353,8 @@ TEST_F(NimboTest, PresetValuesAreMendedWithAWarningAndSavedInRange) {
   // count is never read.
   std::ofstream(Path("c.xml")) << "<Settings><ConfigData><data name=\"alphamaplen\" type=\"int\">2</data>"
                                   "<data name=\"alphamap_0_x\" type=\"float\">inf</data>"
-                                  "<data name=\"alphamap_7_x\" type=\"float\">0.5</data></ConfigData></Settings>";
+                                  "<data name=\"alphamap_7_x\" type=\"float\">0.5</data>"
+                                  "<data name=\"chroma_rgb\" type=\"int\">0x00FF00</data></ConfigData></Settings>";
   r = Run({"render", "ChromaKeyPRO", "-i", Path("in.png"), "-i", Path("in.png"), "--preset", Path("c.xml"),
            "--save-preset", Path("c2.xml"), "-o", Path("c.png")},
           true);
@@ -363,6 +364,11 @@ TEST_F(NimboTest, PresetValuesAreMendedWithAWarningAndSavedInRange) {
       << r.err;
   EXPECT_NE(r.err.find("ChromaKeyPRO does not use \"alphamap_7_x\"; ignored\n"), std::string::npos) << r.err;
   EXPECT_EQ(ReadFile(Path("c2.xml")).find("inf"), std::string::npos);
+  // Hex in a stored int reads as its leading 0, as the store reads decimal.
+  EXPECT_NE(r.err.find("\"chroma_rgb\" = \"0x00FF00\" reads as 0: stored ints are decimal (write 65280)\n"),
+            std::string::npos)
+      << r.err;
+  EXPECT_NE(ReadFile(Path("c2.xml")).find("<data name=\"chroma_rgb\" type=\"int\">0</data>"), std::string::npos);
 }
 
 // A key given twice: `--set` keeps the first, as a preset does, and says so.
