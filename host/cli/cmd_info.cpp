@@ -76,6 +76,18 @@ EffectDescription Describe(const Package& package, const EffectEntry& entry) {
   return d;
 }
 
+// A size as [width, height]; -1 means the host's own size.
+std::string SizeJson(const orrery::Size& size) {
+  return "[" + std::to_string(size.width) + ", " + std::to_string(size.height) + "]";
+}
+
+// The interface version as the SDK writes it: 0x015E0000.
+std::string VersionText(uint32_t version) {
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%08X", version);
+  return text;
+}
+
 // Dynamic-variable and slider numbers are floats: shortest exact text.
 std::string JsonFloat(float value) { return std::isfinite(value) ? FloatText(value) : "null"; }
 
@@ -118,7 +130,12 @@ void PrintJson(const EffectEntry& e, const EffectDescription& d) {
                     JsonString(e.category) + ",\n  \"id\": " + JsonString(HexId(e.id)) + ",\n  \"output\": " +
                     (e.output_name_known ? JsonString(e.output_name) : std::string("null")) + ",\n  \"inputs\": [";
   for (size_t i = 0; i < e.inputs.size(); ++i) out += (i ? ", " : "") + JsonString(e.inputs[i]);
-  out += "],\n  \"settings\": [";
+  out += "],\n  \"input_sizes\": [";
+  for (size_t i = 0; i < e.input_sizes.size(); ++i) out += (i ? ", " : "") + SizeJson(e.input_sizes[i]);
+  out += "],\n  \"output_size\": " + SizeJson(e.output_size) + ",\n  \"display_name\": " +
+         JsonString(e.display_name) + ",\n  \"author\": " + JsonString(e.author) + ",\n  \"version\": " +
+         JsonString(VersionText(e.version));
+  out += ",\n  \"settings\": [";
   for (size_t i = 0; i < d.settings.size(); ++i) {
     const SettingEntry& s = d.settings[i];
     out += std::string(i ? "," : "") + "\n    {\"key\": " + JsonString(s.key) + ", \"type\": " + JsonString(s.type) +
@@ -164,7 +181,7 @@ void PrintJson(const EffectEntry& e, const EffectDescription& d) {
     const SliderRecord& s = d.sliders[i];
     out += std::string(i ? "," : "") + "\n    {\"name\": " + JsonString(s.name) + ", \"min\": " +
            JsonFloat(s.minimum) + ", \"max\": " + JsonFloat(s.maximum) + ", \"value\": " +
-           JsonFloat(d.slider_values[i]) + "}";
+           JsonFloat(d.slider_values[i]) + ", \"initial\": " + JsonFloat(s.initial) + "}";
   }
   out += std::string(d.sliders.empty() ? "" : "\n  ") + "],\n  \"outputs\": [";
   for (size_t i = 0; i < d.outputs.size(); ++i) {
@@ -188,6 +205,7 @@ void PrintText(const EffectEntry& e, const EffectDescription& d) {
   for (const PublishedOutput& o : d.outputs) w = std::max(w, int(o.name.size()));
   std::printf("%s  (index %d)\n", e.name.c_str(), e.index);
   std::printf("  category  %s\n  id        %s\n", e.category.c_str(), HexId(e.id).c_str());
+  std::printf("  version   %s\n  author    %s\n", VersionText(e.version).c_str(), e.author.c_str());
   std::printf("  output    %s\n", e.output_name_known ? ("\"" + e.output_name + "\"").c_str() : "?");
   std::printf("  inputs    ");
   if (e.inputs.empty()) std::printf("none (render with --size WxH --frames N)");

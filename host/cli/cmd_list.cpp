@@ -44,4 +44,17 @@ int RunList(const CommandLine& cl) {
   return 0;
 }
 
+// The program's version, then the package's own description line when the
+// package loads; without a package the program's version is still an answer.
+int RunVersion(const CommandLine& cl) {
+  std::puts("nimbo 1.0");
+  try {
+    const auto package = LoadPackage(cl);
+    const char* info = package->Info();
+    if (info) std::puts(info);
+  } catch (const HostError&) {
+  }
+  return 0;
+}
+
 }  // namespace nimbo::host

@@ -13,5 +13,6 @@ int RunRender(const CommandLine& cl);
 int RunDemo(const CommandLine& cl);
 int RunFormula(const CommandLine& cl);
 int RunScene(const CommandLine& cl);
+int RunVersion(const CommandLine& cl);
 
 }  // namespace nimbo::host

@@ -18,7 +18,7 @@ int main(int argc, char** argv) {
     SetFfmpegVerbose(cl.verbose);
     switch (cl.kind) {
       case CommandKind::kHelp: std::fputs(UsageText(cl.help_topic).c_str(), stdout); return 0;
-      case CommandKind::kVersion: std::puts("nimbo 1.0"); return 0;
+      case CommandKind::kVersion: return RunVersion(cl);
       case CommandKind::kList: return RunList(cl);
       case CommandKind::kInfo: return RunInfo(cl);
       case CommandKind::kRender: return RunRender(cl);

@@ -30,6 +30,16 @@ double CheckedStore::Checked(const char* key, bool is_int, double def) {
   const CheckedNumber checked = CheckStoredNumber(is_int, text, RangeOf(host_.FindSettingOrFamily(key)));
   const std::string named = Quoted(key) + " = " + QuotedValue(text);
   const std::string keeping = "; keeping the default " + ShownNumber(is_int, def);
+  // Stored ints are read as decimal digits, so a hex colour written by hand
+  // ("0x00FF00", as --set takes it) reads as its leading 0: say so.
+  if (is_int && checked.fault != ValueFault::kUnparsable) {
+    const double stored = CheckStoredNumber(true, text, std::nullopt).value;
+    const CheckedNumber typed = CheckTypedNumber(true, text, std::nullopt);
+    if (typed.fault == ValueFault::kNone && typed.value != stored) {
+      Warn(key, named + " reads as " + ShownNumber(true, stored) + ": stored ints are decimal (write " +
+                    ShownNumber(true, typed.value) + ")");
+    }
+  }
   switch (checked.fault) {
     case ValueFault::kNone:
       return checked.value;

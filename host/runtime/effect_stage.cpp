@@ -164,9 +164,18 @@ void EffectStage::ApplySets(const std::vector<std::string>& sets) {
 
 // Values of variables the configuration declares, checked against their
 // ranges like settings; a preset's variable that is not declared is reported.
+// A variable takes the first "var" of its name, as a search from the top of
+// the block finds it; later ones are reported and left alone.
 void EffectStage::ApplyDynVarValues(const std::vector<DynVarValue>& values) {
   const std::string source = "preset " + Quoted(preset_path_);
+  std::map<std::string, const DynVarValue*> first_of;
   for (const DynVarValue& v : values) {
+    const auto [first, added] = first_of.try_emplace(v.name, &v);
+    if (!added) {
+      Warn(source + ": dynamic variable " + Quoted(v.name) + " is stored more than once; the first value, " +
+           QuotedValue(first->second->value) + ", is used");
+      continue;
+    }
     orrery::DynVar* var = host_.FindDynVar(v.name);
     if (!var) {
       Warn(source + ": " + entry_.short_name + " has no dynamic variable " + Quoted(v.name) + "; ignored");
@@ -174,7 +183,7 @@ void EffectStage::ApplyDynVarValues(const std::vector<DynVarValue>& values) {
     }
     const std::string named = source + ": dynamic variable " + Quoted(v.name) + " = " + QuotedValue(v.value);
     if (var->type == orrery::kDynVarBool) {
-      if (auto value = ScanInt(v.value, 10)) var->bool_value = *value;
+      if (auto value = ScanInt(v.value, 0)) var->bool_value = *value;  // read as "%i" reads
       else Warn(named + " is not 0 or 1; keeping " + std::to_string(var->bool_value));
       continue;
     }

@@ -62,7 +62,10 @@ Package::Package(const std::string& folder) : folder_(folder) {
     entry.name = effect->GetName();
     entry.short_name = ShortEffectName(entry.name);
     entry.category = effect->GetCategory();
-    for (int32_t k = 0; k < effect->GetInputCount(); ++k) entry.inputs.push_back(effect->GetInputTypeName(k));
+    for (int32_t k = 0; k < effect->GetInputCount(); ++k) {
+      entry.inputs.push_back(effect->GetInputTypeName(k));
+      entry.input_sizes.push_back(effect->GetInputDefaultRes(k));
+    }
     // The effect interface has no slot for the output's name; effects that
     // register their whole description with the SDK answer it.
     if (const orrery::EffectInfo* info = orrery::FindEffectInfo(effect.get()); info && info->output_name) {
@@ -70,6 +73,10 @@ Package::Package(const std::string& folder) : folder_(folder) {
       entry.output_name_known = true;
     }
     entry.id = effect->GetID();
+    entry.display_name = effect->GetDisplayName() ? effect->GetDisplayName() : "";
+    entry.author = effect->GetAuthor() ? effect->GetAuthor() : "";
+    entry.version = effect->GetVersion();
+    entry.output_size = effect->GetOutputRes();
     entry.is_3d = StartsWith(entry.name, std::string(kPackagePrefix) + k3DPrefix);
     catalog_.push_back(std::move(entry));
   }

@@ -26,6 +26,12 @@ struct EffectEntry {
   bool output_name_known = false;  // see Package: the interface has no slot for it
   uint64_t id = 0;
   bool is_3d = false;  // listed under "3D Effect\\"
+  // The rest of the effect's static description, as the interface answers it.
+  std::string display_name;
+  std::string author;
+  uint32_t version = 0;
+  std::vector<orrery::Size> input_sizes;  // default size of each input; -1 = follow the host
+  orrery::Size output_size{-1, -1};
 };
 
 using EffectPtr = std::unique_ptr<orrery::Effect>;

@@ -79,6 +79,37 @@ TEST_F(NimboTest, InfoShowsWhatAFreshEffectWrites) {
   EXPECT_NE(text.out.find("inputs    none"), std::string::npos) << text.out;
 }
 
+// The rest of each effect's static description, the package's own line,
+// and the value each host slider starts at (relative to the minimum, shifted
+// down by half the range only in the upper half).
+TEST_F(NimboTest, InfoAndVersionShowTheWholeDescription) {
+  const RunResult r = Run({"info", "ReScaler", "--json"}, true);
+  ASSERT_EQ(r.code, 0) << r.err;
+  for (const char* expected : {R"("input_sizes": [[-1, -1]],)", R"("output_size": [-1, -1],)",
+                               R"("display_name": "nimbo one\\ReScaler",)", R"("version": "0x015E0000",)"}) {
+    EXPECT_NE(r.out.find(expected), std::string::npos) << expected << "\n" << r.out;
+  }
+  EXPECT_EQ(r.out.find(R"("author": "",)"), std::string::npos) << r.out;
+  EXPECT_NE(r.out.find(R"("author": ")"), std::string::npos) << r.out;
+  const RunResult none = Run({"info", "3DStoWAX", "--json"}, true);
+  EXPECT_NE(none.out.find(R"("inputs": [],)" "\n" R"(  "input_sizes": [],)"), std::string::npos) << none.out;
+  const RunResult text = Run({"info", "LowQ"}, true);
+  EXPECT_NE(text.out.find("\n  version   0x015E0000\n  author    "), std::string::npos) << text.out;
+
+  const RunResult retina = Run({"info", "Retina Killer", "--json"}, true);
+  EXPECT_NE(retina.out.find(R"("min": 0, "max": 255, "value": 176, "initial": 48.5})"), std::string::npos)
+      << retina.out;
+  EXPECT_NE(retina.out.find(R"("min": 0, "max": 64, "value": 8, "initial": 8})"), std::string::npos) << retina.out;
+  const RunResult distorter = Run({"info", "Distorter", "--json"}, true);
+  EXPECT_NE(distorter.out.find(R"("min": -1, "max": 1, "value": 0, "initial": 1})"), std::string::npos)
+      << distorter.out;
+
+  const RunResult version = Run({"--version"}, true);
+  ASSERT_EQ(version.code, 0) << version.err;
+  ASSERT_EQ(version.out.rfind("nimbo 1.0\n", 0), 0u) << version.out;
+  EXPECT_TRUE(version.out.ends_with(". ver SP1\n")) << version.out;
+}
+
 TEST_F(NimboTest, PassThroughReproducesThePictureExactly) {
   const FrameBuffer picture = Noise(31, 19);
   WritePicture("in.png", picture);
@@ -322,7 +353,8 @@ TEST_F(NimboTest, PresetValuesAreMendedWithAWarningAndSavedInRange) {
   // count is never read.
   std::ofstream(Path("c.xml")) << "<Settings><ConfigData><data name=\"alphamaplen\" type=\"int\">2</data>"
                                   "<data name=\"alphamap_0_x\" type=\"float\">inf</data>"
-                                  "<data name=\"alphamap_7_x\" type=\"float\">0.5</data></ConfigData></Settings>";
+                                  "<data name=\"alphamap_7_x\" type=\"float\">0.5</data>"
+                                  "<data name=\"chroma_rgb\" type=\"int\">0x00FF00</data></ConfigData></Settings>";
   r = Run({"render", "ChromaKeyPRO", "-i", Path("in.png"), "-i", Path("in.png"), "--preset", Path("c.xml"),
            "--save-preset", Path("c2.xml"), "-o", Path("c.png")},
           true);
@@ -332,6 +364,11 @@ TEST_F(NimboTest, PresetValuesAreMendedWithAWarningAndSavedInRange) {
       << r.err;
   EXPECT_NE(r.err.find("ChromaKeyPRO does not use \"alphamap_7_x\"; ignored\n"), std::string::npos) << r.err;
   EXPECT_EQ(ReadFile(Path("c2.xml")).find("inf"), std::string::npos);
+  // Hex in a stored int reads as its leading 0, as the store reads decimal.
+  EXPECT_NE(r.err.find("\"chroma_rgb\" = \"0x00FF00\" reads as 0: stored ints are decimal (write 65280)\n"),
+            std::string::npos)
+      << r.err;
+  EXPECT_NE(ReadFile(Path("c2.xml")).find("<data name=\"chroma_rgb\" type=\"int\">0</data>"), std::string::npos);
 }
 
 // A key given twice: `--set` keeps the first, as a preset does, and says so.
@@ -347,6 +384,7 @@ TEST_F(NimboTest, RepeatedKeysKeepTheFirstValueInPresetsAndOnTheCommandLine) {
   std::ofstream(Path("d.xml")) << "<Settings><ConfigData><data name=\"tint\" type=\"int\">3</data>"
                                   "<data name=\"tint\" type=\"int\">4</data></ConfigData><Dynvars>"
                                   "<var name=\"Level\" type=\"float\">7</var><var name=\"Lvl\" type=\"float\">0</var>"
+                                  "<var name=\"Level\" type=\"float\">0.5</var><var name=\"Invert\" type=\"bool\">0x1</var>"
                                   "</Dynvars></Settings>";
   r = Run({"render", "copy", "-i", Path("in.png"), "--preset", Path("d.xml"), "--save-preset", Path("d2.xml"), "-o",
            Path("b.png")});
@@ -354,9 +392,16 @@ TEST_F(NimboTest, RepeatedKeysKeepTheFirstValueInPresetsAndOnTheCommandLine) {
   EXPECT_NE(r.err.find("\"tint\" is stored 2 times; the first value, \"3\", is used\n"), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("dynamic variable \"Level\" = \"7\" is outside 0 .. 1; using 1\n"), std::string::npos) << r.err;
   EXPECT_NE(r.err.find("Copy has no dynamic variable \"Lvl\"; ignored\n"), std::string::npos) << r.err;
+  // A variable stored twice takes its first value; bools read as "%i" reads.
+  EXPECT_NE(r.err.find("dynamic variable \"Level\" is stored more than once; the first value, \"7\", is used\n"),
+            std::string::npos)
+      << r.err;
   const std::string saved = ReadFile(Path("d2.xml"));
   EXPECT_EQ(ReadSettingEntries(saved).at(0).value, "3");
-  EXPECT_EQ(ReadDynVarValues(saved).at(0).value, "1.000000");
+  const std::vector<DynVarValue> dynvars = ReadDynVarValues(saved);
+  ASSERT_EQ(dynvars.size(), 2u) << saved;
+  EXPECT_EQ(dynvars[0].value, "1.000000");
+  EXPECT_EQ(dynvars[1].name + "=" + dynvars[1].value, "Invert=1");
 }
 
 // What nimbo saves it loads without a word, for every effect: the checks
