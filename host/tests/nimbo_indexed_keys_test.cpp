@@ -193,5 +193,27 @@ TEST_F(NimboTest, InfoSaysWhichKeysAreIndexedAndWhatCountsThem) {
   EXPECT_NE(r.out.find("\"indexed_settings\": []"), std::string::npos) << r.out;
 }
 
+// Evaluator3D's user variables are keys with their index ("dyn%i" and the
+// rest, counted by "n_dynvars"): a variable set up from the command line is
+// declared, moved by --dyn and used by the formulas.
+TEST_F(NimboTest, Evaluator3DUserVariablesAreSetByTheirIndexedKeys) {
+  RunResult r = Run({"render", "Evaluator3D", "--size", "32x32", "--set", "n_dynvars=1", "--set", "dyn0=Lift",
+                     "--set", "dyn0max=10", "--set", "expr_y=lift", "--dyn", "lift=3", "--save-preset", Path("e.xml"),
+                     "--action", "save-3ds=" + Path("e.3ds"), "-o", Path("e.png")},
+                    true);
+  ASSERT_EQ(r.code, 0) << r.err;
+  std::map<std::string, std::string> saved = SavedSettings(Path("e.xml"));
+  EXPECT_EQ(saved["n_dynvars"], "1");
+  EXPECT_EQ(saved["dyn0"], "lift");
+  EXPECT_EQ(saved["dyn0max"], "10.000000");
+  r = Run({"scene", Path("e.3ds"), "--vertices", "--json"}, true);
+  ASSERT_EQ(r.code, 0) << r.err;
+  EXPECT_NE(r.out.find("[-50, 3, -50]"), std::string::npos) << r.out;
+
+  r = Run({"render", "Evaluator3D", "--size", "32x32", "--set", "dyn0=Lift", "-o", Path("f.png")}, true);
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.err.find("its count \"n_dynvars\" = 0"), std::string::npos) << r.err;
+}
+
 }  // namespace
 }  // namespace nimbo::host

@@ -22,6 +22,7 @@
 #include <algorithm>
 
 #include "core/labels.h"
+#include "core/platform.h"
 #include "core/registry.h"
 #include "e3d_file.h"
 #include "evaluator3d_settings.h"
@@ -110,6 +111,7 @@ class CEvaluator3DDfx final : public CSceneEffect {
     e3d::ReadEvaluatorSettings(store, settings_, [this](orrery::ConfigStore& s) { scene_.ReadSettings(s); });
     materials_.LoadMaterial(0, ToMaterial(settings_.texture));
     Recompile();
+    ReportCompileError();
   }
   void WriteSettings(orrery::ConfigStore& store) override {
     e3d::WriteEvaluatorSettings(store, settings_, [this](orrery::ConfigStore& s) { scene_.WriteSettings(s); });
@@ -227,6 +229,17 @@ class CEvaluator3DDfx final : public CSceneEffect {
     faces_valid_ = false;
   }
 
+  // A set that came from settings or a file, not through the editor (which
+  // shows the failing formula itself), draws no new mesh while a formula
+  // fails: say which, once until the fault changes.
+  void ReportCompileError() {
+    const std::string error = e3d::CompileErrorText(compiled_, settings_.set.hmap != 0);
+    if (error == reported_error_) return;
+    reported_error_ = error;
+    if (!error.empty())
+      platform::ShowError("Evaluator3D", (error + " The mesh is not rebuilt until it is mended.").c_str());
+  }
+
   // After a load or an edit: compile, re-declare the variables (the user
   // variables may have changed), rebuild the material and store it all.
   void AfterSetChanged() {
@@ -245,6 +258,7 @@ class CEvaluator3DDfx final : public CSceneEffect {
     if (!error.empty()) return Fail(message, error);
     self->settings_.set = std::move(loaded);
     self->AfterSetChanged();
+    self->ReportCompileError();
     return 1;
   }
   static int32_t SaveE3D(void* user, const char* path, std::string* message) {
@@ -272,6 +286,7 @@ class CEvaluator3DDfx final : public CSceneEffect {
   e3d::GridValues grid_;
   e3d::GridNormals normals_;
   std::vector<float> frame_users_;
+  std::string reported_error_;  // the compile fault last shown
   bool faces_valid_ = false, faces_patterns_ = true;  // triangles_ follow the set and this switch
 };
 

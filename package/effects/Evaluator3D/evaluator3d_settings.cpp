@@ -147,6 +147,18 @@ struct Describer {
     context->DescribeSetting({"n_dynvars", orrery::SettingType::kInt, 0, double(formula::kMaxFormulaUserVariables),
                               "number of user variables (each: dyn%i name, dyn%imin, dyn%imax, dyn%ivalue, "
                               "dyn%ion)"});
+    // Each user variable's keys carry its index; "n_dynvars" counts them.
+    static constexpr orrery::SettingIndex kIndex[] = {{"n_dynvars", int32_t(formula::kMaxFormulaUserVariables)}};
+    static constexpr orrery::IndexedSettingInfo kKeys[] = {
+        {{"dyn%i", orrery::SettingType::kString, 0, 0, "user variable's name (a refused one reads as \"var%i\")"},
+         1,
+         kIndex},
+        {{"dyn%imin", orrery::SettingType::kFloat, -1e9, 1e9, "its dynamic variable's minimum"}, 1, kIndex},
+        {{"dyn%imax", orrery::SettingType::kFloat, -1e9, 1e9, "its dynamic variable's maximum"}, 1, kIndex},
+        {{"dyn%ivalue", orrery::SettingType::kFloat, -1e9, 1e9, "its dynamic variable's initial value"}, 1, kIndex},
+        {{"dyn%ion", orrery::SettingType::kInt, 0, 1, "switched on: declared and usable in the formulas"}, 1, kIndex},
+    };
+    for (const orrery::IndexedSettingInfo& keys : kKeys) context->DescribeIndexedSetting(keys);
   }
 };
 

@@ -126,6 +126,35 @@ TEST_F(Evaluator3DTest, FileCommandsLoadAndSaveFormulaSets) {
   EXPECT_EQ(Run(*effect, "save-e3d", dir / "none" / "out.e3d"), nimbo::e3d::kMessageCannotCreate);
 }
 
+// A set that fails to compile without the editor open (stored settings, an
+// E3D file) is told once, naming the formula by name and index and the
+// names it may use; the editor is not there to select it.
+TEST_F(Evaluator3DTest, AFailingFormulaFromSettingsOrAFileIsTold) {
+  TestHost host(64, 48);
+  host.store.BeginWriting();
+  host.store.SetInt("!", 1);
+  host.store.SetString("expr_x", "hmap*10");  // hmap while the height map is off
+  auto effect = Start(host);
+  ASSERT_EQ(capture.messages.size(), 1u);
+  EXPECT_EQ(capture.messages[0].caption, "Evaluator3D");
+  EXPECT_EQ(capture.messages[0].text.rfind("Formula x (0) uses \"hmap\", which it may not use: i, j, a-h ", 0), 0u)
+      << capture.messages[0].text;
+  effect->UpdateConfig();  // the same fault again: not told twice
+  EXPECT_EQ(capture.messages.size(), 1u);
+
+  nimbo::e3d::FormulaSet set;
+  set.text[nimbo::e3d::kCy] = "i";  // a camera formula sees no grid position
+  ASSERT_EQ(nimbo::e3d::SaveE3DFile((dir / "bad.e3d").string(), set), "");
+  EXPECT_EQ(Run(*effect, "load-e3d", dir / "bad.e3d"), "");
+  ASSERT_EQ(capture.messages.size(), 2u);
+  EXPECT_EQ(capture.messages[1].text.rfind("Formula cy (10) uses \"i\"", 0), 0u) << capture.messages[1].text;
+
+  nimbo::e3d::FormulaSet good;
+  ASSERT_EQ(nimbo::e3d::SaveE3DFile((dir / "good.e3d").string(), good), "");
+  EXPECT_EQ(Run(*effect, "load-e3d", dir / "good.e3d"), "");
+  EXPECT_EQ(capture.messages.size(), 2u);
+}
+
 // Answers each round of the formula editor through `answer`, which edits
 // the fields by label; counts the rounds and keeps the top label's text.
 class EditorAnswers final : public orrery::DialogService {

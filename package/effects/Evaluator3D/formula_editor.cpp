@@ -17,14 +17,6 @@ constexpr Field kEditorOrder[kFieldCount] = {kA,   kB,  kC,  kD,  kE,  kF,  kG, 
 constexpr const char* kUvModes =
     "formulas|environment map from faces|environment map from vertices|environment map from normal formulas";
 
-std::string MayUse(int32_t field) {
-  const int32_t aux = Info(field).aux_allowed;
-  if (aux < 0) return "t, imax, jmax, pi, screenw, screenh, user variables";
-  std::string names = "i, j, hmap";
-  if (aux > 0) names += aux == 1 ? ", a" : std::string(", a-") + char('a' + aux - 1);
-  return names + " and the common names";
-}
-
 }  // namespace
 
 void FormulaEditor::BuildFields() {
@@ -32,7 +24,7 @@ void FormulaEditor::BuildFields() {
 
   AddField(error_text_.c_str(), F::kLabel, nullptr);
   for (Field f : kEditorOrder) {
-    hints_[size_t(f)] = "formula " + std::to_string(f) + "; may use " + MayUse(f);
+    hints_[size_t(f)] = "formula " + std::to_string(f) + "; may use " + MayUse(f, edit_.set.hmap != 0);
     if (f == error_formula_) hints_[size_t(f)] = "<< this formula does not compile; " + hints_[size_t(f)];
   }
   for (Field f : kEditorOrder)
@@ -97,20 +89,7 @@ bool FormulaEditor::AfterOk() {
   // Every change recompiles, so the error line is always up to date.
   const CompiledSet compiled = compile_(edit_.set);
   error_formula_ = compiled.first_error;
-  if (compiled.first_error < 0) {
-    error_text_ = "All formulas compile.";
-  } else {
-    const char* name = Info(compiled.first_error).name;
-    error_text_ = "Formula " + std::string(name) + " (" + std::to_string(compiled.first_error) + ") ";
-    if (!compiled.error_name.empty())
-      error_text_ +=
-          "uses \"" + compiled.error_name + "\", which it may not use: " + MayUse(compiled.first_error) + ".";
-    else if (compiled.error_position >= 0)
-      error_text_ += "has an error at position " + std::to_string(compiled.error_position) +
-                     " (blanks removed, each name one character).";
-    else
-      error_text_ += "nests too deep to evaluate.";
-  }
+  error_text_ = compiled.first_error < 0 ? "All formulas compile." : CompileErrorText(compiled, edit_.set.hmap != 0);
   return none_pressed && compiled.first_error < 0 && !SelectionMoved();
 }
 

@@ -138,4 +138,24 @@ CompiledSet Recompile(const FormulaSet& set) {
   return out;
 }
 
+std::string MayUse(int32_t field, bool hmap) {
+  const int32_t aux = Info(field).aux_allowed;
+  if (aux < 0) return "t, imax, jmax, pi, screenw, screenh, user variables";
+  std::string names = hmap ? "i, j, hmap" : "i, j";
+  if (aux > 0) names += aux == 1 ? ", a" : std::string(", a-") + char('a' + aux - 1);
+  return names + " and the common names";
+}
+
+std::string CompileErrorText(const CompiledSet& compiled, bool hmap) {
+  if (compiled.first_error < 0) return "";
+  const int32_t field = compiled.first_error;
+  std::string text = "Formula " + std::string(Info(field).name) + " (" + std::to_string(field) + ") ";
+  if (!compiled.error_name.empty())
+    return text + "uses \"" + compiled.error_name + "\", which it may not use: " + MayUse(field, hmap) + ".";
+  if (compiled.error_position >= 0)
+    return text + "has an error at position " + std::to_string(compiled.error_position) +
+           " (blanks removed, each name one character).";
+  return text + "nests too deep to evaluate.";
+}
+
 }  // namespace nimbo::e3d

@@ -124,4 +124,12 @@ struct CompiledSet {
 // table: call under the effect's lock.
 CompiledSet Recompile(const FormulaSet& set);
 
+// The names formula `field` may use, as the editor's hints list them
+// ("hmap" only while the height map is on).
+std::string MayUse(int32_t field, bool hmap);
+
+// What failed in `compiled`, in a line a user can act on ("Formula a (5)
+// uses "b", which it may not use: ..."); empty when every formula compiles.
+std::string CompileErrorText(const CompiledSet& compiled, bool hmap);
+
 }  // namespace nimbo::e3d
