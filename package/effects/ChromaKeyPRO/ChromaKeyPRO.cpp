@@ -287,7 +287,8 @@ class CChromaKeyPRODfx final : public CEffectBase {
 
   int32_t Render(const orrery::InputList& inputs, orrery::Screen* output) override {
     std::lock_guard lock(lock_);
-    if (!OutputSizeKnown()) return 0;
+    // The keyer reports success for every frame, even one it cannot work on.
+    if (!OutputSizeKnown()) return 1;
     if (!CopyInputToOutput(inputs, output) || output->PixelCount() == 0) return 1;
     const size_t count = output->PixelCount();
     const bool null_colour = settings_.outmode != 0;

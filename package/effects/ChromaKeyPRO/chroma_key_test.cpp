@@ -328,6 +328,37 @@ TEST(ChromaKeyPRO, DefaultsKeyBlueToTheBackgroundAndLeaveRed) {
   }
 }
 
+// The acceptance angle narrows the cone from a half-plane (90 degrees) down
+// to the key's own direction (0 degrees), on both paths: cyan lies about 62
+// degrees from blue in the chroma plane, a lighter blue on the key's axis.
+TEST(ChromaKeyPRO, TheConeNarrowsWithTheAngleDownToTheKeysOwnDirection) {
+  EXPECT_EQ(ComputeKeyParams(0x0000FF, 0.0f).tan_factor, INT32_MAX);
+  for (int use_table : {0, 1}) {
+    for (const char* angle : {"0", "0.5", "50", "90"}) {
+      Rig rig(Data("use_table", "int", std::to_string(use_table)) + Data("angle", "float", angle));
+      OwnedScreen frame(16, 8, 0xFF0000FF), back(16, 8, 0xFF406080), out(16, 8);
+      frame.At(1, 0) = 0xFF00FFFF;
+      frame.At(2, 0) = 0xFF8080FF;
+      ASSERT_EQ(RenderOnce(*rig.effect, {&frame.screen, &back.screen}, &out.screen), 1);
+      const bool half_plane = std::string(angle) == "90";
+      EXPECT_EQ(MaxChannelDiff(out.At(1, 0), 0x00FFFF) > 1, half_plane) << "angle " << angle << " table " << use_table;
+      EXPECT_LE(MaxChannelDiff(out.At(0, 0), 0x406080), 4) << "angle " << angle << " table " << use_table;
+      EXPECT_GT(MaxChannelDiff(out.At(2, 0), 0x8080FF), 1) << "angle " << angle << " table " << use_table;
+    }
+  }
+}
+
+// Before Initialize the output size is unknown: nothing is drawn, and the
+// frame still counts as a success.
+TEST(ChromaKeyPRO, RenderReportsSuccessEvenBeforeInitialize) {
+  TestHost host(16, 8);
+  auto effect = nimbo::testing::MakeEffect(kChromaKey, &host);
+  effect->UpdateConfig();
+  OwnedScreen frame(16, 8, 0xFF0000FF), back(16, 8, 0xFF406080), out(16, 8, 0x12345678);
+  EXPECT_EQ(RenderOnce(*effect, {&frame.screen, &back.screen}, &out.screen), 1);
+  EXPECT_EQ(out.At(0, 0), 0x12345678u);
+}
+
 TEST(ChromaKeyPRO, WritesEveryKeyInOrderAndClampsTheAlphaMapLength) {
   Rig rig;
   const std::string text = rig.host.store.Text();

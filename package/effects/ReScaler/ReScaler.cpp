@@ -53,6 +53,15 @@ constexpr SettingRow<ReScalerSettings> kSettingRows[] = {
 
 constexpr int32_t kMaxInputSide = 1024;
 constexpr int32_t kDialogMinSide = 2;
+
+// The same rows as the dialog's number fields accept them: a stored 0 means
+// "the output's size", but a size the user types is 2 .. 1024.
+constexpr SettingRow<ReScalerSettings> kDialogRows[] = {
+    {"in_w", &ReScalerSettings::in_w, 0, nullptr, kDialogMinSide, kMaxInputSide, "Custom width",
+     "input width in pixels", false, kCustomSizeView},
+    {"in_h", &ReScalerSettings::in_h, 0, nullptr, kDialogMinSide, kMaxInputSide, "Custom height",
+     "input height in pixels", false, kCustomSizeView},
+};
 constexpr const char* kTextureName = "maintex";
 
 // Smallest power of two, at least 2, that holds `side` pixels.
@@ -197,7 +206,7 @@ class CReScaleDfx final : public CEffectBase {
     const orrery::DialogField mode_field[] = {{"Input size", orrery::DialogFieldType::kChoice, &mode, 0, 3,
                                                "half|quarter|double|custom",
                                                "the input's size relative to the output, or custom"}};
-    SettingsDialog<ReScalerSettings> dialog(kSettingRows, edit, mode_field);
+    SettingsDialog<ReScalerSettings> dialog(kDialogRows, edit, mode_field);
     if (!dialog.Run("ReScaler", HelpPage())) return 0;
     std::lock_guard lock(lock_);
     mode_ = std::clamp(mode, int32_t(kHalf), int32_t(kCustom));

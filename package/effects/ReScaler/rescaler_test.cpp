@@ -34,13 +34,18 @@ class DialogAnswer final : public orrery::DialogService {
       const orrery::DialogField& f = model.fields[i];
       if (f.type == orrery::DialogFieldType::kChoice) *static_cast<int32_t*>(f.value) = mode_;
       if (f.type == orrery::DialogFieldType::kInt && w_) *static_cast<int32_t*>(f.value) = i == 1 ? w_ : h_;
-      // The number fields follow the radio group: enabled for custom only.
-      if (f.type == orrery::DialogFieldType::kInt) custom_only = custom_only && f.enabled_by == 0 && f.enabled_value == 3;
+      // The number fields follow the radio group: enabled for custom only,
+      // and they accept 2 .. 1024.
+      if (f.type == orrery::DialogFieldType::kInt) {
+        custom_only = custom_only && f.enabled_by == 0 && f.enabled_value == 3;
+        sizes_2_to_1024 = sizes_2_to_1024 && f.minimum == 2 && f.maximum == 1024;
+      }
     }
     return 1;
   }
   std::string help_page;
   bool custom_only = true;
+  bool sizes_2_to_1024 = true;
 
  private:
   int32_t mode_, w_, h_;
@@ -109,6 +114,7 @@ TEST_F(ReScalerTest, HalfModeOn640x480UsesA512x256TextureAndExact2x2Blocks) {
     ASSERT_EQ(effect->SetupDialog(), 1);
     EXPECT_EQ(half.help_page, "helpfile/Effects/Misc/ReScaler/ReScaler.htm");
     EXPECT_TRUE(half.custom_only);
+    EXPECT_TRUE(half.sizes_2_to_1024);
   }
   ASSERT_EQ(host.notifications.size(), 2u);
   EXPECT_EQ(host.notifications[0], std::make_pair(259, 1));

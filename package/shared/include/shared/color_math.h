@@ -54,7 +54,10 @@ inline KeyParams ComputeKeyParams(uint32_t rgb, float angle_degrees) {
   k.ky = k.mag > 0 ? int32_t(c.cr / k.mag * 255.0f) : 0;
   double tan_value = std::tan(angle_degrees * kConeDegreesPi / 180.0);
   double tan_factor = 256.0 / tan_value;
-  k.tan_factor = std::isfinite(tan_factor) ? int32_t(std::clamp(tan_factor, -2147483647.0, 2147483647.0)) : 0;
+  // A cone of 0 degrees has an infinite factor: it saturates like any factor
+  // too large for 32 bits, so the cone narrows to the key's own direction
+  // (it must not turn into the widest cone, which a factor of 0 would be).
+  k.tan_factor = std::isnan(tan_factor) ? 0 : int32_t(std::clamp(tan_factor, -2147483647.0, 2147483647.0));
   k.inv_mag = k.mag <= 0.0001f ? 0 : int32_t(65536.0f / k.mag);
   k.y_scale = k.mag > 0 ? int32_t(std::min(k.y * 16.0f / k.mag, 255.0f)) : 255;
   k.k_mag = int32_t(std::min(k.mag, 127.0f));
