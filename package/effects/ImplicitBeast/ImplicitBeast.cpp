@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "core/labels.h"
+#include "core/platform.h"
 #include "core/registry.h"
 #include "implicit_field.h"
 #include "implicit_mesh.h"
@@ -87,7 +88,10 @@ class CImplicitBeastDfx final : public CSceneEffect {
   void ReadOwnSettings(orrery::ConfigStore& store) override { ReadImplicitSettings(store, settings_); }
   void WriteOwnSettings(orrery::ConfigStore& store) override { WriteImplicitSettings(store, settings_); }
   void DescribeOwnSettings() override { DescribeImplicitSettings(host_context_); }
-  void SettingsRead(orrery::ConfigStore&) override { Recompile(); }
+  void SettingsRead(orrery::ConfigStore&) override {
+    Recompile();
+    ReportCompileError();
+  }
 
   float TimeSpeed() override { return VarValue(time_speed_, kTimeVar); }
 
@@ -179,6 +183,16 @@ class CImplicitBeastDfx final : public CSceneEffect {
     points_ = std::make_unique<PointPrograms>(*compiled_);
   }
 
+  // Programs that came from settings, not through the editor (which shows
+  // the failing line itself), leave the last good surface while one fails:
+  // say which, once until the fault changes.
+  void ReportCompileError() {
+    if (compile_error_ == reported_error_) return;
+    reported_error_ = compile_error_;
+    if (!compile_error_.empty())
+      platform::ShowError("ImplicitBeast", (compile_error_ + " The surface is not rebuilt until it is mended.").c_str());
+  }
+
   // A file replaces the programs only when it reads and compiles whole.
   std::string LoadProgramFile(const std::string& path) {
     std::lock_guard lock(lock_);
@@ -216,6 +230,7 @@ class CImplicitBeastDfx final : public CSceneEffect {
   std::unique_ptr<CompiledPrograms> compiled_;
   std::vector<float> compiled_positions_;
   std::string compile_error_;
+  std::string reported_error_;  // the compile fault last shown
   std::unique_ptr<FieldSampler> sampler_;
   std::unique_ptr<PointPrograms> points_;
 

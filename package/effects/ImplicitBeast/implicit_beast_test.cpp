@@ -399,3 +399,33 @@ TEST_F(ImplicitBeastTest, UserVariablesAreDynamicVariablesAndFilesLoadWhole) {
 }
 
 }  // namespace
+
+// Programs stored in the settings that do not compile are told once (the
+// editor, which shows the failing line itself, is not open); mending them
+// tells nothing more.
+TEST_F(ImplicitBeastTest, AFailingStoredProgramIsToldOnce) {
+  nimbo::testing::MessageCapture capture;
+  host.store.BeginWriting();
+  host.store.SetInt("!", 1);
+  host.store.SetString("program", "FUN=Q+1");
+  auto effect = nimbo::testing::MakeEffect("ImplicitBeast", &host);
+  ASSERT_TRUE(effect);
+  effect->UpdateConfig();
+  ASSERT_EQ(capture.messages.size(), 1u);
+  EXPECT_EQ(capture.messages[0].caption, "ImplicitBeast");
+  EXPECT_EQ(capture.messages[0].text.rfind("The FUN program does not compile", 0), 0u) << capture.messages[0].text;
+  EXPECT_NE(capture.messages[0].text.find("The surface is not rebuilt until it is mended."), std::string::npos);
+  effect->UpdateConfig();  // the same fault again: not told twice
+  EXPECT_EQ(capture.messages.size(), 1u);
+
+  host.store.BeginWriting();
+  host.store.SetInt("!", 1);
+  host.store.SetString("program", "FUN=X*X+Y*Y+Z*Z-1");
+  effect->UpdateConfig();
+  EXPECT_EQ(capture.messages.size(), 1u);
+  host.store.BeginWriting();
+  host.store.SetInt("!", 1);
+  host.store.SetString("program", "FUN=Q+1");
+  effect->UpdateConfig();  // failing again after a good one is a new fault
+  EXPECT_EQ(capture.messages.size(), 2u);
+}
