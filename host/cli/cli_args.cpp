@@ -387,7 +387,7 @@ for the whole run (each at most once):
   --frames N            number of frames (default: all of the first input; 1 for a picture;
                         without inputs 1 into a picture, else 5 seconds)
   --fps F               frame rate, 0.001 to 1000 (default: the first input's, else 25)
-  --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...)
+  --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...; .json: JSON)
   --keep-alpha          keep the alpha byte (TIFF/BMP/TGA, .mov/.mkv/.webm; PNG always keeps it); opaque otherwise
   --crf N               video quality, 0 (best) to 51 (default 18)
   --exact-size          keep an odd video size (H.264 4:4:4) instead of padding it to an even one
@@ -474,7 +474,7 @@ render, for the whole run:
   --frames N            number of frames (default: all of the first input; 1 for a picture;
                         without inputs 1 into a picture, else 5 seconds)
   --fps F               frame rate (default: the first input's, else 25)
-  --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...)
+  --values FILE.csv     each frame's published output values (ColorTracker's "track x", ...; .json: JSON)
   --keep-alpha          keep the alpha byte (TIFF, .mov/.mkv/.webm; PNG always keeps it); opaque otherwise
   --crf N               video quality, 0 (best) to 51 (default 18)
   --exact-size          keep an odd video size instead of padding it to an even one

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -49,45 +50,71 @@ bool IsSinglePicture(const std::string& path) {
   return path.find('%') == std::string::npos && IsStillImageExtension(ext);
 }
 
-// Published output values of every frame, as CSV rows streamed into the
-// pending file (in blocks, so memory stays flat however long the run).
+// Published output values of every frame, streamed into the pending file
+// (in blocks, so memory stays flat however long the run): CSV rows, or for a
+// file named *.json an array with one object per frame, keyed by the same
+// column names.
 class ValuesTable {
  public:
-  ValuesTable(const std::string& path, const EffectChain& chain) : file_(path) {
+  ValuesTable(const std::string& path, const EffectChain& chain)
+      : file_(path), json_(ExtensionOf(path) == "json"), columns_{"frame", "time"} {
+    // In a chain each name carries its effect's ("ColorTracker/track x"),
+    // and a second stage of the same effect its count ("ColorTracker#2/...").
     const bool prefix = chain.Stages().size() > 1;
-    text_ = "frame,time";
+    std::map<std::string, int> seen;
     for (const auto& stage : chain.Stages()) {
-      for (const OutputValue& v : stage->OutputValues()) {
-        text_ += "," + CsvField(prefix ? stage->Entry().short_name + "/" + v.name : v.name);
-        ++columns_;
-      }
+      const std::string& effect = stage->Entry().short_name;
+      const int count = ++seen[effect];
+      const std::string owner = count > 1 ? effect + "#" + std::to_string(count) : effect;
+      for (const OutputValue& v : stage->OutputValues()) columns_.push_back(prefix ? owner + "/" + v.name : v.name);
     }
-    text_ += "\n";
-    if (columns_ == 0) {
+    if (columns_.size() == 2) {
       std::string names;
       for (const auto& stage : chain.Stages()) names += (names.empty() ? "" : ", ") + stage->Entry().short_name;
       throw HostError("--values " + path + ": " + names + " publishes no output values");
     }
+    if (json_) {
+      text_ = "[";
+      return;
+    }
+    for (size_t k = 0; k < columns_.size(); ++k) text_ += (k ? "," : "") + CsvField(columns_[k]);
+    text_ += "\n";
   }
   PendingFile& File() { return file_; }
   void AddRow(const EffectChain& chain, int64_t frame, double fps) {
-    text_ += std::to_string(frame) + "," + NumberText(double(frame) / fps);
+    std::vector<std::string> cells = {std::to_string(frame), NumberText(double(frame) / fps)};
     for (const auto& stage : chain.Stages()) {
-      for (const OutputValue& v : stage->OutputValues()) text_ += "," + FloatText(v.value);
+      for (const OutputValue& v : stage->OutputValues())
+        cells.push_back(json_ && !std::isfinite(v.value) ? "null" : FloatText(v.value));
     }
-    text_ += "\n";
+    if (json_) {
+      text_ += rows_ ? ",\n  {" : "\n  {";
+      for (size_t k = 0; k < cells.size(); ++k) text_ += (k ? ", " : "") + JsonString(columns_[k]) + ": " + cells[k];
+      text_ += "}";
+    } else {
+      for (size_t k = 0; k < cells.size(); ++k) text_ += (k ? "," : "") + cells[k];
+      text_ += "\n";
+    }
+    ++rows_;
     if (text_.size() >= kBlock) Flush();
   }
+  // After the last frame: writes what is left (and closes the JSON array).
+  void Finish() {
+    if (json_) text_ += rows_ ? "\n]\n" : "]\n";
+    Flush();
+  }
+
+ private:
   void Flush() {
     file_.Append(text_.data(), text_.size());
     text_.clear();
   }
-
- private:
   static constexpr size_t kBlock = 64 * 1024;
   PendingFile file_;
+  bool json_;
+  std::vector<std::string> columns_;
   std::string text_;
-  int columns_ = 0;
+  int64_t rows_ = 0;
 };
 
 // The stage's --action requests (each already checked by the parser).
@@ -270,7 +297,7 @@ int RunRender(const CommandLine& cl) {
   ThrowIfInterrupted();
 
   output->Finish();
-  if (values) values->Flush();
+  if (values) values->Finish();
   for (size_t k = 0; k < r.stages.size(); ++k) {
     size_t next_save = 0;
     for (const ActionRequest& action : actions[k]) {

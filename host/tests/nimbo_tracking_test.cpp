@@ -59,5 +59,37 @@ TEST_F(NimboTest, AnObjectMovingUpMakesTrackYRiseFromBottomToTop) {
   for (double x : Column(ReadFile(Path("v.csv")), "track x")) EXPECT_NEAR(x, 0.0, 0.1);
 }
 
+// The same values as JSON: one object per frame, keyed by the CSV's column
+// names and holding the CSV's numbers as written; a chain names each column's
+// effect, counting a repeated one.
+TEST_F(NimboTest, ValuesAsJsonHoldTheCsvRowsAndAChainNamesEachStage) {
+  for (int i = 0; i < 3; ++i) WritePicture("f_" + std::to_string(i) + ".png", Disc(64, 48, 20 + 8 * i, 30 - 4 * i));
+  const auto render = [&](const std::string& values) {
+    const RunResult r = Run({"render", "ColorTracker", "-i", Path("f_%d.png"), "--set", "object_color=0x2040E0",
+                             "--then", "ColorTracker", "--values", Path(values), "-o", Path("o_%d.png")},
+                            true);
+    EXPECT_EQ(r.code, 0) << r.err;
+    return ReadFile(Path(values));
+  };
+  const std::string csv = render("v.csv"), json = render("v.JSON");
+  std::istringstream in(csv);
+  std::string line, cell;
+  std::getline(in, line);
+  std::vector<std::string> names;
+  for (std::istringstream header(line); std::getline(header, cell, ',');) names.push_back(cell);
+  ASSERT_EQ(names.size(), 8u) << csv;
+  EXPECT_EQ(names[2], "ColorTracker/track x");
+  EXPECT_EQ(names[5], "ColorTracker#2/track x");
+  std::string expected = "[";
+  for (int row = 0; std::getline(in, line); ++row) {
+    expected += row ? ",\n  {" : "\n  {";
+    std::istringstream cells(line);
+    for (size_t k = 0; std::getline(cells, cell, ','); ++k) expected += (k ? ", \"" : "\"") + names[k] + "\": " + cell;
+    expected += "}";
+  }
+  expected += "\n]\n";
+  EXPECT_EQ(json, expected);
+}
+
 }  // namespace
 }  // namespace nimbo::host
