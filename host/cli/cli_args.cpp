@@ -87,6 +87,13 @@ class ArgReader {
     }
     return value;
   }
+  // Once() for an option that names a file: an empty name (`--values ""`)
+  // is refused rather than taken as no option at all.
+  std::string FileName(const std::string& option, const std::string& scope = "") {
+    std::string value = Once(option, scope);
+    if (value.empty()) throw UsageError(option + " needs a file name");
+    return value;
+  }
 
  private:
   const std::vector<std::string>& args_;
@@ -120,8 +127,8 @@ bool ParseStageOption(const std::string& arg, ArgReader& in, StageOptions& stage
   if (arg == "-i" || arg == "--input") stage.inputs.push_back(in.Value(arg));
   else if (arg == "--set") stage.sets.push_back(in.Value(arg));
   else if (arg == "--dyn") stage.dyns.push_back(in.Value(arg));
-  else if (arg == "--preset") stage.preset = in.Once(arg, scope);
-  else if (arg == "--save-preset") stage.save_preset = in.Once(arg, scope);
+  else if (arg == "--preset") stage.preset = in.FileName(arg, scope);
+  else if (arg == "--save-preset") stage.save_preset = in.FileName(arg, scope);
   else if (arg == "--action") {
     const std::string text = in.Value(arg);
     ActionRequest request;
@@ -134,7 +141,7 @@ bool ParseStageOption(const std::string& arg, ArgReader& in, StageOptions& stage
 }
 
 bool ParseCommonOption(const std::string& arg, ArgReader& in, CommandLine& cl) {
-  if (arg == "--plugins") cl.plugins = in.Once(arg);
+  if (arg == "--plugins") cl.plugins = in.FileName(arg);
   else if (arg == "--json") in.NoValue(arg), cl.json = true;
   else if (arg == "--quiet" || arg == "-q") in.NoValue(arg), cl.quiet = true;
   else if (arg == "--verbose") in.NoValue(arg), cl.verbose = true;
@@ -168,7 +175,7 @@ void ParseRender(ArgReader& in, CommandLine& cl) {
       if (!ParseWhole(text, &r.fps) || !(r.fps >= kMinFps && r.fps <= kMaxFps))
         throw UsageError("--fps " + text + ": expected frames per second from 0.001 to 1000 (such as 25 or 29.97)");
     } else if (arg == "--values") {
-      r.values = in.Once(arg);
+      r.values = in.FileName(arg);
     } else if (arg == "--keep-alpha") {
       in.NoValue(arg);
       r.keep_alpha = true;
@@ -212,7 +219,7 @@ void ParseDemo(ArgReader& in, CommandLine& cl) {
     } else if (arg == "--only") {
       cl.demo.only.push_back(in.Value(arg));
     } else if (arg == "--stills") {
-      cl.demo.stills_dir = in.Once(arg);
+      cl.demo.stills_dir = in.FileName(arg);
     } else {
       Unknown(arg, "demo");
     }

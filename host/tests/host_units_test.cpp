@@ -203,6 +203,16 @@ TEST(CommandLine, RejectsMalformedArguments) {
                           Args{"render", "X", "-o", "a.png", "--keep-alpha=1"}}) {
     EXPECT_THROW(ParseCommandLine(bad), UsageError) << bad.size();
   }
+  // An empty file name is refused, never taken as the option left out.
+  for (const char* option : {"--values", "--preset", "--save-preset", "--plugins"}) {
+    try {
+      ParseCommandLine({"render", "X", "-i", "a.mp4", "-o", "a.png", option, ""});
+      ADD_FAILURE() << option << " \"\" was taken";
+    } catch (const UsageError& e) {
+      EXPECT_EQ(std::string(e.what()), std::string(option) + " needs a file name");
+    }
+  }
+  EXPECT_THROW(ParseCommandLine({"demo", "--stills", ""}), UsageError);
 }
 
 TEST(FramePattern, FindsAndFormatsFrameNumbers) {
