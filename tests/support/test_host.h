@@ -3,7 +3,10 @@
 // Its configuration store is the host's real SettingsDocument.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -70,6 +73,43 @@ class MessageCapture final : public orrery::MessageService {
     void* owner;
   };
   std::vector<Message> messages;
+};
+
+// Answers each round of a modal dialog through `answer(round, model)`,
+// which edits the fields by label and returns the button (1 = OK); keeps
+// each round's title and top label. Installs itself for its lifetime.
+class DialogRounds final : public orrery::DialogService {
+ public:
+  using Answer = std::function<int32_t(int32_t round, const orrery::DialogModel&)>;
+  explicit DialogRounds(Answer answer) : answer_(std::move(answer)) { orrery::SetDialogService(this); }
+  ~DialogRounds() { orrery::SetDialogService(nullptr); }
+  int32_t RunModal(const orrery::DialogModel& model) override {
+    titles.push_back(model.title ? model.title : "");
+    tops.push_back(model.count > 0 && model.fields[0].label ? model.fields[0].label : "");
+    return answer_(Rounds() - 1, model);
+  }
+  int32_t Rounds() const { return int32_t(titles.size()); }
+
+  // The value of the field labelled `label`, as a T; a test failure (and a
+  // scratch value) when the round has no such field.
+  template <class T>
+  static T& Field(const orrery::DialogModel& model, const std::string& label) {
+    for (int32_t k = 0; k < model.count; ++k)
+      if (model.fields[k].label && label == model.fields[k].label && model.fields[k].value)
+        return *static_cast<T*>(model.fields[k].value);
+    ADD_FAILURE() << "no field " << label << " in " << (model.title ? model.title : "");
+    static T scratch{};
+    return scratch;
+  }
+  static std::string& Text(const orrery::DialogModel& m, const std::string& label) {
+    return Field<std::string>(m, label);
+  }
+  static int32_t& Int(const orrery::DialogModel& m, const std::string& label) { return Field<int32_t>(m, label); }
+
+  std::vector<std::string> titles, tops;
+
+ private:
+  Answer answer_;
 };
 
 // The package's effect named `name` (its short name, as `nimbo list` shows

@@ -155,36 +155,13 @@ TEST_F(Evaluator3DTest, AFailingFormulaFromSettingsOrAFileIsTold) {
   EXPECT_EQ(capture.messages.size(), 2u);
 }
 
-// Answers each round of the formula editor through `answer`, which edits
-// the fields by label; counts the rounds and keeps the top label's text.
-class EditorAnswers final : public orrery::DialogService {
- public:
-  using Answer = std::function<int32_t(int32_t round, const orrery::DialogModel&)>;
-  explicit EditorAnswers(Answer answer) : answer_(std::move(answer)) { orrery::SetDialogService(this); }
-  ~EditorAnswers() { orrery::SetDialogService(nullptr); }
-  int32_t RunModal(const orrery::DialogModel& model) override {
-    labels.push_back(model.fields[0].label);
-    return answer_(rounds++, model);
-  }
-  static void* Field(const orrery::DialogModel& model, const std::string& label) {
-    for (int32_t k = 0; k < model.count; ++k)
-      if (label == model.fields[k].label) return model.fields[k].value;
-    ADD_FAILURE() << "no field " << label;
-    static std::string scratch;
-    return &scratch;
-  }
-  int32_t rounds = 0;
-  std::vector<std::string> labels;
-
- private:
-  Answer answer_;
-};
+using EditorAnswers = nimbo::testing::DialogRounds;
 
 TEST_F(Evaluator3DTest, TheEditorRefusesOkUntilTheFailingFormulaIsMended) {
   TestHost host(64, 48);
   auto effect = Start(host);
   EditorAnswers dialog([](int32_t round, const orrery::DialogModel& model) {
-    auto text = [&](const char* label) { return static_cast<std::string*>(EditorAnswers::Field(model, label)); };
+    auto text = [&](const char* label) { return &EditorAnswers::Text(model, label); };
     switch (round) {
       case 0:
         *text("a") = "b*2";  // a may not use b
@@ -195,17 +172,17 @@ TEST_F(Evaluator3DTest, TheEditorRefusesOkUntilTheFailingFormulaIsMended) {
       case 2:
         *text("a") = "i/(imax-1)*2";
         *text("new variable") = "Wobble";
-        *static_cast<int32_t*>(EditorAnswers::Field(model, "Add variable")) = 1;
+        EditorAnswers::Int(model, "Add variable") = 1;
         return 1;
       default:
         return 1;
     }
   });
   EXPECT_EQ(effect->SetupDialog(), 1);
-  ASSERT_EQ(dialog.rounds, 4);
-  EXPECT_NE(dialog.labels[1].find("Formula a (5)"), std::string::npos) << dialog.labels[1];
-  EXPECT_NE(dialog.labels[2].find("Formula a (5)"), std::string::npos);
-  EXPECT_EQ(dialog.labels[3], "All formulas compile.");
+  ASSERT_EQ(dialog.Rounds(), 4);
+  EXPECT_NE(dialog.tops[1].find("Formula a (5)"), std::string::npos) << dialog.tops[1];
+  EXPECT_NE(dialog.tops[2].find("Formula a (5)"), std::string::npos);
+  EXPECT_EQ(dialog.tops[3], "All formulas compile.");
   EXPECT_STREQ(host.store.GetString("expr_a", ""), "i/(imax-1)*2");
   EXPECT_STREQ(host.store.GetString("expr_cx", ""), "cos(t)*120");
   EXPECT_NE(host.FindDynVar("wobble"), nullptr);
@@ -213,7 +190,7 @@ TEST_F(Evaluator3DTest, TheEditorRefusesOkUntilTheFailingFormulaIsMended) {
 
   // Cancel leaves everything as it was, even after a failing edit.
   EditorAnswers cancel([](int32_t round, const orrery::DialogModel& model) {
-    *static_cast<std::string*>(EditorAnswers::Field(model, "x")) = "nonsense";
+    EditorAnswers::Text(model, "x") = "nonsense";
     return round == 0 ? 1 : 0;
   });
   EXPECT_EQ(effect->SetupDialog(), 0);
@@ -230,7 +207,7 @@ TEST(Evaluator3DEditor, AServiceThatNeverMendsTheSetGivesUp) {
   });
   EditorAnswers always_ok([](int32_t, const orrery::DialogModel&) { return 1; });
   EXPECT_FALSE(editor.Run(nullptr));
-  EXPECT_EQ(always_ok.rounds, nimbo::e3d::FormulaEditor::kMaxRounds);
+  EXPECT_EQ(always_ok.Rounds(), nimbo::e3d::FormulaEditor::kMaxRounds);
   EXPECT_EQ(editor.ErrorFormula(), nimbo::e3d::kCx);
   EXPECT_EQ(compiles, nimbo::e3d::FormulaEditor::kMaxRounds);
 }

@@ -29,41 +29,11 @@ namespace {
 
 namespace fs = std::filesystem;
 using nimbo::testing::MessageCapture;
+using Rounds = nimbo::testing::DialogRounds;
 using nimbo::testing::TestHost;
 
 constexpr std::pair<int32_t, int32_t> kReinitialising{259, 1};
 constexpr std::pair<int32_t, int32_t> kReinitialised{259, 0};
-
-// Answers each round through `answer(round, model)`, which edits the fields
-// by label; keeps each round's title and top label.
-class Rounds final : public orrery::DialogService {
- public:
-  using Answer = std::function<int32_t(int32_t round, const orrery::DialogModel&)>;
-  explicit Rounds(Answer answer) : answer_(std::move(answer)) { orrery::SetDialogService(this); }
-  ~Rounds() { orrery::SetDialogService(nullptr); }
-  int32_t RunModal(const orrery::DialogModel& model) override {
-    titles.push_back(model.title ? model.title : "");
-    tops.push_back(model.count > 0 ? model.fields[0].label : "");
-    return answer_(int32_t(titles.size()) - 1, model);
-  }
-  template <class T>
-  static T& Field(const orrery::DialogModel& model, const std::string& label) {
-    for (int32_t k = 0; k < model.count; ++k)
-      if (label == model.fields[k].label && model.fields[k].value) return *static_cast<T*>(model.fields[k].value);
-    ADD_FAILURE() << "no field " << label << " in " << (model.title ? model.title : "");
-    static T scratch{};
-    return scratch;
-  }
-  static std::string& Text(const orrery::DialogModel& m, const std::string& label) {
-    return Field<std::string>(m, label);
-  }
-  static int32_t& Int(const orrery::DialogModel& m, const std::string& label) { return Field<int32_t>(m, label); }
-
-  std::vector<std::string> titles, tops;
-
- private:
-  Answer answer_;
-};
 
 class RoundDialogTest : public ::testing::Test {
  protected:
